@@ -1,0 +1,43 @@
+// The state shared by the GUI thread and the installation worker. Every
+// operation takes the one lock for its whole body.
+#pragma once
+
+#include <semaphore.h>
+
+#include <string>
+
+#include "package/package_loader.h"
+
+class InstallProcessData {
+ public:
+  InstallProcessData();
+  ~InstallProcessData();
+  InstallProcessData(const InstallProcessData&) = delete;
+  InstallProcessData& operator=(const InstallProcessData&) = delete;
+
+  // Prepares a run: cancel off, state 0, percent 0; `dir` gets a trailing "/"
+  // unless empty or already ending in "/" or "\\". The message is kept.
+  void init(PackageReader* data, const std::u16string& dir);
+  void get(PackageReader*& data, std::u16string& dir);
+  // The three fields are written and read together: a reader never sees a mix.
+  void setInstallState(unsigned state, const std::u16string& msg, int percent);
+  void getInstallState(unsigned& state, std::u16string& msg, int& percent);
+  void setCancel(bool cancel);
+  bool isCancelled();
+
+  // Called (outside the lock, on the worker) after every state change, so a
+  // waiting GUI loop wakes up at once. May be null.
+  using Wakeup = void (*)(void* context);
+  void setWakeup(Wakeup wakeup, void* context);
+
+ private:
+  sem_t m_lock;
+  PackageReader* m_data = nullptr;
+  std::u16string m_templatesDir;
+  bool m_cancel = false;
+  unsigned m_state = 0;
+  std::u16string m_message;
+  int m_percent = 0;
+  Wakeup m_wakeup = nullptr;
+  void* m_wakeupContext = nullptr;
+};

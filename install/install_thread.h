@@ -1,0 +1,36 @@
+// The installation worker thread.
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+
+class InstallThread {
+ public:
+  // One unit of work; the thread repeats it while it returns true and no stop
+  // was requested.
+  using Step = bool (*)(void* owner);
+
+  InstallThread() = default;
+  ~InstallThread();  // waits for a running worker
+  InstallThread(const InstallThread&) = delete;
+  InstallThread& operator=(const InstallThread&) = delete;
+
+  // Starts the worker; 0, or the error of thread creation.
+  int start(Step step, void* owner);
+  // Asks the worker not to begin another step; a step under way runs on.
+  void stop();
+  // True from a successful start until the worker has returned.
+  bool isRunning() const;
+  // Waits for the worker to return (no-op when none was started).
+  void join();
+
+ private:
+  static void* thread_func(void* self);
+  Step m_step = nullptr;
+  void* m_owner = nullptr;
+  std::atomic<bool> m_stop{false};
+  std::atomic<bool> m_running{false};
+  pthread_t m_thread{};
+  int m_createResult = -1;
+};

@@ -1,0 +1,56 @@
+// The package reader: what a loaded package holds in memory, and the open
+// working file that the installation copies file contents out of.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "compat/file_system.h"
+
+namespace config {
+
+// Descriptive texts of the package for one interface language.
+struct LanguageEntry {
+  std::u16string language;        // e.g. u"en"; compared without regard to case
+  std::u16string title1;          // product text of the welcome page
+  std::u16string title2;          // vendor text of the welcome page
+  std::u16string descriptionRef;  // document offered after a successful install
+};
+
+// One file of the catalogue.
+struct FileEntry {
+  std::u16string name;  // relative path; "/" or "\\" separate components
+  _FILETIME time;       // last-write time given to the installed file
+  uint64_t offset = 0;  // absolute offset of the contents in the working file
+  uint32_t size = 0;    // length of the contents in bytes
+};
+
+constexpr uint32_t kCopyBufferSize = 1048576;  // 1 MiB
+
+template <class Compressor, class Fs>
+class InstallData {
+ public:
+  InstallData() : buffer(new uint8_t[kCopyBufferSize]) {}
+  ~InstallData();  // closes the working file and deletes it
+  InstallData(const InstallData&) = delete;
+  InstallData& operator=(const InstallData&) = delete;
+
+  std::vector<LanguageEntry> languages;
+  std::vector<FileEntry> files;
+  std::u16string workingPath;           // empty until a working file exists
+  HANDLE handle = INVALID_HANDLE_VALUE;  // working file, opened read-write
+  Compressor compressor;
+  uint32_t bufferSize = kCopyBufferSize;
+  std::unique_ptr<uint8_t[]> buffer;  // the copy buffer used for every file
+  uint32_t cursor = 0;
+};
+
+template <class Compressor, class Fs>
+InstallData<Compressor, Fs>::~InstallData() {
+  if (handle != INVALID_HANDLE_VALUE) Fs::CloseHandle(handle);
+  if (!workingPath.empty()) Fs::DeleteFile(workingPath);
+}
+
+}  // namespace config

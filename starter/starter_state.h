@@ -1,0 +1,26 @@
+// What the installer learns from the starter configuration before the wizard
+// starts: the known template directories, which files to write back, and the
+// directory to propose.
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct StarterState {
+  std::vector<std::u16string> templateDirs;  // the list read at start
+  bool writeOrdinary = false;  // write back with set_tmplts_list(list, false)
+  bool writeBase = false;      // write back with set_tmplts_list(list, true)
+  std::u16string proposal;     // proposed target directory (already cleaned)
+};
+
+// Reads the per-user starter files and settles the proposal.
+StarterState read_starter_state();
+
+// Cleans a proposed directory: empty when it holds "http://", "https://" or
+// "ftp://"; the first "file://" removed; every "\n" and "\r" removed.
+std::u16string clean_proposal(std::u16string proposal);
+
+// Records `targetDir` at the front of `state.templateDirs` (one trailing "/"
+// or "\\" removed) and writes the files `state` names. Returns 0, or the
+// integer 1 or 2 of a failed write (the old file then stays intact).
+int record_template_dir(StarterState& state, const std::u16string& targetDir);
