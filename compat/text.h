@@ -26,7 +26,8 @@ int MultiByteToWideChar(unsigned codePage, unsigned flags, const char* source, i
 // (dstCap bytes) is cleared first and at most dstCap bytes are written, the
 // terminator only if it fits. Returns the byte count of the whole conversion
 // (terminator not counted). Units 0xDC80..0xDCFF turn back into the single
-// bytes they stand for; a unit the locale cannot represent is written as '?'.
+// bytes they stand for; a surrogate pair becomes its character; a character
+// that a non-UTF-8 locale cannot represent is written as '?'. Never fails.
 int WideCharToMultiByte(unsigned codePage, unsigned flags, const char16_t* source, int srcLen,
                         char* destination, int dstCap, const char* defaultChar,
                         int* usedDefault);

@@ -1,0 +1,200 @@
+#include "compat/file_system.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/types.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "compat/text.h"
+
+std::atomic<unsigned> FileSystem::ms_lastError{0};
+
+namespace {
+
+constexpr uint64_t kEpochDifference = 11644473600ull;  // seconds from 1601 to 1970
+constexpr uint64_t kTicksPerSecond = 10000000ull;      // 100-ns ticks
+
+int fd_of(HANDLE h) { return static_cast<int>(reinterpret_cast<intptr_t>(h)); }
+
+unsigned fail_from_errno() { return setLastErrorByErrNo(errno); }
+
+}  // namespace
+
+unsigned setLastErrorByErrNo(int error) {
+  unsigned code = error == ENOENT ? ERROR_FILE_NOT_FOUND : ERROR_INVALID_PARAMETER;
+  FileSystem::ms_lastError = code;
+  return code;
+}
+
+uint64_t FileTimeToU64(const _FILETIME& ft) {
+  return (uint64_t(ft.dwHighDateTime) << 32) | ft.dwLowDateTime;
+}
+
+_FILETIME U64ToFileTime(uint64_t value) {
+  _FILETIME ft;
+  ft.dwLowDateTime = static_cast<uint32_t>(value);
+  ft.dwHighDateTime = static_cast<uint32_t>(value >> 32);
+  return ft;
+}
+
+_FILETIME EpochToFileTime(const long& seconds) {
+  return U64ToFileTime((uint64_t(int64_t(seconds)) + kEpochDifference) * kTicksPerSecond);
+}
+
+long FileTimeToEpoch(const _FILETIME& ft) {
+  return static_cast<long>(int64_t(FileTimeToU64(ft) / kTicksPerSecond) -
+                           int64_t(kEpochDifference));
+}
+
+_FILETIME TimespecToFileTime(int64_t seconds, long nanoseconds) {
+  return U64ToFileTime((uint64_t(seconds) + kEpochDifference) * kTicksPerSecond +
+                       uint64_t(nanoseconds / 100));
+}
+
+void FileTimeToTimespec(const _FILETIME& ft, int64_t& seconds, long& nanoseconds) {
+  uint64_t ticks = FileTimeToU64(ft);
+  seconds = int64_t(ticks / kTicksPerSecond) - int64_t(kEpochDifference);
+  nanoseconds = static_cast<long>(ticks % kTicksPerSecond) * 100;
+}
+
+void Sleep(int milliseconds) {
+  if (milliseconds <= 0) return;
+  struct timespec left = {milliseconds / 1000, (milliseconds % 1000) * 1000000L};
+  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+  }
+}
+
+unsigned FileSystem::CreateFile(const std::u16string& path, unsigned access, unsigned,
+                                unsigned creation, HANDLE& handle) {
+  ms_lastError = 0;
+  int flags = O_RDONLY;
+  if (access & GENERIC_WRITE) flags = (access & GENERIC_READ) ? O_RDWR : O_WRONLY;
+  if (creation == CREATE_ALWAYS) flags |= O_CREAT;
+  if (creation == TRUNCATE_EXISTING) flags |= O_TRUNC;
+  int fd = open(narrow_lib(path).c_str(), flags | O_CLOEXEC, 0660);
+  if (fd < 0) return fail_from_errno();
+  handle = reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd));
+  return 0;
+}
+
+unsigned FileSystem::ReadFile(HANDLE h, void* buffer, unsigned count, unsigned* read,
+                              _OVERLAPPED* overlapped) {
+  ms_lastError = 0;
+  if (!read && !overlapped) {
+    ms_lastError = ERROR_INVALID_PARAMETER;
+    return ERROR_INVALID_PARAMETER;
+  }
+  if (!read) return GetLastError();
+  *read = 0;
+  auto* bytes = static_cast<char*>(buffer);
+  while (*read < count) {
+    ssize_t n = ::read(fd_of(h), bytes + *read, count - *read);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return fail_from_errno();
+    }
+    if (n == 0) break;
+    *read += static_cast<unsigned>(n);
+  }
+  return 0;
+}
+
+unsigned FileSystem::WriteFile(HANDLE h, const void* buffer, unsigned count, unsigned* written,
+                               _OVERLAPPED* overlapped) {
+  ms_lastError = 0;
+  if (!written && !overlapped) {
+    ms_lastError = ERROR_INVALID_PARAMETER;
+    return ERROR_INVALID_PARAMETER;
+  }
+  if (h == INVALID_HANDLE_VALUE) {
+    ms_lastError = ERROR_INVALID_HANDLE;
+    return ERROR_INVALID_HANDLE;
+  }
+  if (!written) return 0;
+  ssize_t n = ::write(fd_of(h), buffer, count);
+  *written = static_cast<unsigned>(n);
+  return GetLastError();
+}
+
+uint32_t FileSystem::SetFilePointer(HANDLE h, long low, long* high, unsigned method) {
+  ms_lastError = 0;
+  if (h == INVALID_HANDLE_VALUE) {
+    ms_lastError = ERROR_INVALID_HANDLE;
+    return 0xFFFFFFFFu;
+  }
+  int whence = method == FILE_CURRENT ? SEEK_CUR : method == FILE_END ? SEEK_END : SEEK_SET;
+  // `low` is a 32-bit quantity sign-extended, as a Win32 LONG would be.
+  int64_t offset = static_cast<int32_t>(low);
+  if (high) offset += static_cast<int64_t>(static_cast<uint64_t>(*high) << 32);
+  off64_t result = lseek64(fd_of(h), offset, whence);
+  if (high) *high = result < 0 ? long(0xFFFFFFFF) : long(uint64_t(result) >> 32);
+  return result < 0 ? 0xFFFFFFFFu : static_cast<uint32_t>(result);
+}
+
+unsigned FileSystem::SetEndOfFile(HANDLE h) {
+  ms_lastError = 0;
+  if (h == INVALID_HANDLE_VALUE) {
+    ms_lastError = ERROR_INVALID_HANDLE;
+    return ERROR_INVALID_HANDLE;
+  }
+  off64_t position = lseek64(fd_of(h), 0, SEEK_CUR);
+  if (position < 0 || ftruncate64(fd_of(h), position) != 0) return fail_from_errno();
+  return 0;
+}
+
+unsigned FileSystem::GetFileSize(const std::u16string& path, unsigned* size) {
+  uint64_t full;
+  if (!size || GetFileSize64(path, &full) != 0) return 1;
+  *size = static_cast<unsigned>(full);
+  return 0;
+}
+
+unsigned FileSystem::GetFileSize64(const std::u16string& path, uint64_t* size) {
+  struct stat64 st;
+  if (!size || stat64(narrow_lib(path).c_str(), &st) != 0) return 1;
+  *size = static_cast<uint64_t>(st.st_size);
+  return 0;
+}
+
+unsigned FileSystem::GetFileTime(HANDLE h, _FILETIME* creation, _FILETIME* access,
+                                 _FILETIME* write) {
+  ms_lastError = 0;
+  struct stat64 st;
+  if (h == INVALID_HANDLE_VALUE || fstat64(fd_of(h), &st) != 0) {
+    ms_lastError = ERROR_INVALID_HANDLE;
+    return ERROR_INVALID_HANDLE;
+  }
+  if (creation) *creation = TimespecToFileTime(st.st_ctim.tv_sec, st.st_ctim.tv_nsec);
+  if (access) *access = TimespecToFileTime(st.st_atim.tv_sec, st.st_atim.tv_nsec);
+  if (write) *write = TimespecToFileTime(st.st_mtim.tv_sec, st.st_mtim.tv_nsec);
+  return 0;
+}
+
+unsigned FileSystem::SetFileTime(HANDLE h, const _FILETIME*, const _FILETIME*,
+                                 const _FILETIME* write) {
+  ms_lastError = 0;
+  if (h == INVALID_HANDLE_VALUE) {
+    ms_lastError = ERROR_INVALID_HANDLE;
+    return ERROR_INVALID_HANDLE;
+  }
+  if (!write) return fail_from_errno();
+  int64_t seconds;
+  long nanoseconds;
+  FileTimeToTimespec(*write, seconds, nanoseconds);
+  struct timespec times[2] = {{static_cast<time_t>(seconds), nanoseconds},
+                              {static_cast<time_t>(seconds), nanoseconds}};
+  futimens(fd_of(h), times);  // a refused stamp is not reported: the copy itself succeeded
+  return 0;
+}
+
+unsigned FileSystem::CloseHandle(HANDLE h) {
+  if (::close(fd_of(h)) != 0) return fail_from_errno();
+  return 0;
+}
+
+unsigned FileSystem::GetLastError() { return ms_lastError; }

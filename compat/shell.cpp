@@ -1,0 +1,181 @@
+#include "compat/shell.h"
+
+#include <errno.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+
+#include "compat/file_system.h"
+#include "compat/text.h"
+
+extern char** environ;
+
+namespace {
+
+std::atomic<unsigned long> g_commandCount{0};
+
+// "<head>\"<escaped path>\"<tail>": the path goes between double quotes,
+// escaped so the shell reads it literally.
+std::string quoted_command(const char* head, const std::u16string& path, const char* tail) {
+  return std::string(head) + "\"" + shell_escape(narrow_lib(path)) + "\"" + tail;
+}
+
+int exit_status(int status) { return (status >> 8) & 0xFF; }
+
+bool is_directory(const std::string& path) {
+  struct stat64 st;
+  return stat64(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool path_exists(const std::string& path) {
+  struct stat64 st;
+  return lstat64(path.c_str(), &st) == 0 || errno != ENOENT;
+}
+
+// The directory a temporary file goes to: $TMPDIR when it names a directory,
+// else `preferred` when it does, else /tmp.
+std::string temp_file_directory(const std::string& preferred) {
+  const char* env = std::getenv("TMPDIR");
+  std::string dir;
+  if (env && is_directory(env))
+    dir = env;
+  else if (!preferred.empty() && is_directory(preferred))
+    dir = preferred;
+  else
+    dir = "/tmp";
+  while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+  return dir;
+}
+
+std::string random_suffix() {
+  static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+  thread_local std::mt19937_64 rng{std::random_device{}() ^
+                                   (uint64_t(getpid()) << 32)};
+  std::string s(6, 'A');
+  for (char& c : s) c = kChars[rng() % (sizeof(kChars) - 1)];
+  return s;
+}
+
+}  // namespace
+
+int run_linux_command(const char* command) {
+  ++g_commandCount;
+  char shell[] = "/bin/sh";
+  char flag[] = "-c";
+  char* argv[] = {shell, flag, const_cast<char*>(command), nullptr};
+  pid_t pid;
+  if (posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv, environ) != 0) return -1;
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) return -1;
+  }
+  return status;
+}
+
+unsigned long shell_command_count() { return g_commandCount; }
+
+std::string shell_escape(const std::string& path) {
+  std::string out;
+  out.reserve(path.size());
+  for (char c : path) {
+    if (c == '"' || c == '$' || c == '`' || c == '\\') out.push_back('\\');
+    out.push_back(c);
+  }
+  return out;
+}
+
+std::u16string get_one_line_output(const std::u16string& command) {
+  ++g_commandCount;
+  FILE* pipe = popen(narrow_lib(command).c_str(), "r");
+  if (!pipe) return std::u16string();
+  char line[255];
+  std::string text;
+  if (std::fgets(line, sizeof line, pipe)) {
+    text = line;
+    if (!text.empty()) text.pop_back();  // the newline (or the last character of an open line)
+  }
+  pclose(pipe);
+  return widen_lib(text);
+}
+
+bool isWritePermitted(const std::u16string& directory) {
+  std::u16string name;
+  if (FileSystem::GetTempFileName(directory, u"Orvo", name) != 0) return false;
+  FileSystem::DeleteFile(name);
+  return true;
+}
+
+bool isDiskRoot(const std::u16string& path) { return path == u"/"; }
+
+unsigned FileSystem::CreateDirectory(const std::u16string& path) {
+  int status = run_linux_command(quoted_command("mkdir -p ", path, " 2>/dev/null").c_str());
+  if (status == -1) return ERROR_INVALID_PARAMETER;
+  return exit_status(status) != 0 ? ERROR_FILE_NOT_FOUND : 0;
+}
+
+unsigned FileSystem::RemoveDirectory(const std::u16string& path) {
+  run_linux_command(quoted_command("rm -rf ", path, " 2>/dev/null").c_str());
+  return 0;
+}
+
+unsigned FileSystem::MoveFile(const std::u16string& source, const std::u16string& destination) {
+  std::string command = "mv \"" + shell_escape(narrow_lib(source)) + "\" \"" +
+                        shell_escape(narrow_lib(destination)) + "\" 2>/dev/null";
+  int status = run_linux_command(command.c_str());
+  if (status == -1) return ERROR_INVALID_PARAMETER;
+  return exit_status(status) == 1 ? ERROR_FILE_NOT_FOUND : 0;
+}
+
+unsigned FileSystem::DeleteFile(const std::u16string& path) {
+  run_linux_command(quoted_command("rm -f ", path, " 2>/dev/null").c_str());
+  return 0;
+}
+
+unsigned FileSystem::GetTempPath(std::u16string& path) {
+  const char* env = std::getenv("TMPDIR");
+  std::u16string dir = widen_lib(env && is_directory(env) ? env : "/tmp");
+  if (dir.empty() || dir.back() != u'/') dir += u'/';
+  path = dir;
+  return 0;
+}
+
+unsigned FileSystem::GetTempFileName(const std::u16string& directory,
+                                     const std::u16string& prefix, std::u16string& name) {
+  std::string base = temp_file_directory(narrow_lib(directory)) + "/" +
+                     narrow_lib(prefix.substr(0, 5));
+  std::string candidate;
+  for (int attempt = 0; attempt < 1000; ++attempt) {
+    candidate = base + random_suffix();
+    if (!path_exists(candidate)) break;
+  }
+  std::u16string wide = widen_lib(candidate);
+  int status = run_linux_command(quoted_command("touch ", wide, " 2>/dev/null").c_str());
+  name = wide;
+  return status == 0 ? 0 : ERROR_CANTWRITE;
+}
+
+unsigned FileSystem::GetFreeSpaceTmpDir(unsigned* bytes) {
+  if (!bytes) return ERROR_INVALID_PARAMETER;
+  uint64_t full = 0;
+  unsigned result = GetFreeSpaceTmpDir64(&full);
+  *bytes = static_cast<unsigned>(full);
+  return result;
+}
+
+unsigned FileSystem::GetFreeSpaceTmpDir64(uint64_t* bytes) {
+  if (!bytes) return ERROR_INVALID_PARAMETER;
+  *bytes = 0;
+  std::u16string tmp;
+  if (GetTempPath(tmp) != 0) return ERROR_INVALID_NAME;
+  struct statvfs64 st;
+  if (statvfs64(narrow_lib(tmp).c_str(), &st) == 0)
+    *bytes = uint64_t(st.f_bfree) * uint64_t(st.f_frsize);
+  return 0;
+}

@@ -1,0 +1,293 @@
+#include "compat/text.h"
+
+#include <langinfo.h>
+#include <locale.h>
+#include <strings.h>
+#include <wchar.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+constexpr char16_t kEscapeBase = 0xDC00;  // invalid byte 0xNN <-> unit 0xDCNN
+
+bool is_escape_unit(char16_t u) { return u >= 0xDC80 && u <= 0xDCFF; }
+
+// The byte encoding of the environment's locale, re-checked whenever the
+// locale variables change. UTF-8 (and the plain C locale, whose ASCII is a
+// subset of it) is decoded directly; any other encoding goes through libc.
+class EnvLocale {
+ public:
+  ~EnvLocale() {
+    if (m_locale) freelocale(m_locale);
+  }
+
+  void refresh() {
+    std::string key;
+    for (const char* var : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+      const char* v = std::getenv(var);
+      key += v ? v : "";
+      key += '\n';
+    }
+    if (m_ready && key == m_key) return;
+    m_key = key;
+    m_ready = true;
+    if (m_locale) freelocale(m_locale);
+    m_locale = newlocale(LC_CTYPE_MASK, "", static_cast<locale_t>(0));
+    if (!m_locale) m_locale = newlocale(LC_CTYPE_MASK, "C", static_cast<locale_t>(0));
+    const char* codeset = m_locale ? nl_langinfo_l(CODESET, m_locale) : "UTF-8";
+    m_utf8 = std::strcmp(codeset, "UTF-8") == 0 || std::strcmp(codeset, "ANSI_X3.4-1968") == 0;
+  }
+
+  bool utf8() const { return m_utf8; }
+  locale_t handle() const { return m_locale; }
+
+ private:
+  std::string m_key;
+  bool m_ready = false;
+  bool m_utf8 = true;
+  locale_t m_locale = static_cast<locale_t>(0);
+};
+
+EnvLocale& env_locale() {
+  thread_local EnvLocale locale;
+  locale.refresh();
+  return locale;
+}
+
+// Length of the valid UTF-8 sequence at s (n bytes available) and its code
+// point, or 0 when the bytes there are not a complete valid sequence.
+size_t utf8_sequence(const unsigned char* s, size_t n, char32_t& cp) {
+  unsigned char b = s[0];
+  size_t len;
+  char32_t min;
+  if (b < 0x80) {
+    cp = b;
+    return 1;
+  } else if (b >= 0xC2 && b <= 0xDF) {
+    len = 2, cp = b & 0x1F, min = 0x80;
+  } else if (b >= 0xE0 && b <= 0xEF) {
+    len = 3, cp = b & 0x0F, min = 0x800;
+  } else if (b >= 0xF0 && b <= 0xF4) {
+    len = 4, cp = b & 0x07, min = 0x10000;
+  } else {
+    return 0;
+  }
+  if (n < len) return 0;
+  for (size_t i = 1; i < len; ++i) {
+    if ((s[i] & 0xC0) != 0x80) return 0;
+    cp = (cp << 6) | (s[i] & 0x3F);
+  }
+  if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
+  return len;
+}
+
+// Appends the units of the first n bytes of s (stopping at a NUL byte).
+void decode(const char* src, size_t n, std::u16string& out) {
+  const auto* s = reinterpret_cast<const unsigned char*>(src);
+  EnvLocale& loc = env_locale();
+  if (loc.utf8()) {
+    size_t i = 0;
+    while (i < n && s[i] != 0) {
+      if (s[i] < 0x80) {
+        out.push_back(s[i++]);
+        continue;
+      }
+      char32_t cp;
+      size_t len = utf8_sequence(s + i, n - i, cp);
+      if (len == 0) {
+        out.push_back(static_cast<char16_t>(kEscapeBase | s[i]));
+        ++i;
+      } else {
+        out.push_back(static_cast<char16_t>(cp & 0xFFFF));
+        i += len;
+      }
+    }
+    return;
+  }
+  mbstate_t state{};
+  locale_t previous = uselocale(loc.handle());
+  size_t i = 0;
+  while (i < n && s[i] != 0) {
+    wchar_t wc;
+    size_t r = mbrtowc(&wc, src + i, n - i, &state);
+    if (r == static_cast<size_t>(-1) || r == static_cast<size_t>(-2) || r == 0) {
+      out.push_back(static_cast<char16_t>(kEscapeBase | s[i]));
+      state = mbstate_t{};
+      ++i;
+    } else {
+      out.push_back(static_cast<char16_t>(static_cast<char32_t>(wc) & 0xFFFF));
+      i += r;
+    }
+  }
+  uselocale(previous);
+}
+
+void put_utf8(char32_t cp, std::string& out) {
+  if (cp < 0x80) {
+    out.push_back(static_cast<char>(cp));
+  } else if (cp < 0x800) {
+    out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  } else if (cp < 0x10000) {
+    out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  } else {
+    out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+  }
+}
+
+// Appends the bytes of the first n units of s (stopping at a 0 unit). Escape
+// units give back their byte; a surrogate pair is written as its character;
+// a lone surrogate in the three-byte form; a unit a non-UTF-8 locale cannot
+// represent as '?'.
+void encode(const char16_t* s, size_t n, std::string& out) {
+  EnvLocale& loc = env_locale();
+  locale_t previous = static_cast<locale_t>(0);
+  if (!loc.utf8()) previous = uselocale(loc.handle());
+  mbstate_t state{};
+  for (size_t i = 0; i < n && s[i] != 0; ++i) {
+    char16_t u = s[i];
+    if (is_escape_unit(u)) {
+      out.push_back(static_cast<char>(u & 0xFF));
+      continue;
+    }
+    char32_t cp = u;
+    if (u >= 0xD800 && u <= 0xDBFF && i + 1 < n && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF &&
+        !is_escape_unit(s[i + 1])) {
+      cp = 0x10000 + ((char32_t(u) - 0xD800) << 10) + (char32_t(s[i + 1]) - 0xDC00);
+      ++i;
+    }
+    if (loc.utf8()) {
+      put_utf8(cp, out);
+      continue;
+    }
+    char buf[MB_LEN_MAX];
+    size_t r = wcrtomb(buf, static_cast<wchar_t>(cp), &state);
+    if (r == static_cast<size_t>(-1)) {
+      out.push_back('?');
+      state = mbstate_t{};
+    } else {
+      out.append(buf, r);
+    }
+  }
+  if (!loc.utf8()) uselocale(previous);
+}
+
+size_t units_before_zero(const char16_t* s) {
+  size_t n = 0;
+  while (s[n] != 0) ++n;
+  return n;
+}
+
+}  // namespace
+
+int MultiByteToWideChar(unsigned, unsigned, const char* source, int, char16_t* destination,
+                        int dstCap) {
+  std::u16string units;
+  decode(source, std::strlen(source), units);
+  int count = static_cast<int>(units.size());
+  if (count == 0) return 0;
+  int copy = count < dstCap ? count : dstCap;
+  if (copy > 0) std::memcpy(destination, units.data(), copy * sizeof(char16_t));
+  return count;
+}
+
+int WideCharToMultiByte(unsigned, unsigned, const char16_t* source, int, char* destination,
+                        int dstCap, const char*, int*) {
+  std::string bytes;
+  encode(source, units_before_zero(source), bytes);
+  int count = static_cast<int>(bytes.size());
+  if (count != 0 && dstCap > 0) {
+    std::memset(destination, 0, dstCap);
+    std::memcpy(destination, bytes.data(), count < dstCap ? count : dstCap);
+  }
+  return count;
+}
+
+std::u16string widen_lib(const std::string& s) {
+  std::u16string out;
+  out.reserve(s.size());
+  decode(s.data(), s.size(), out);
+  return out;
+}
+
+std::string narrow_lib(const std::u16string& s) {
+  std::string out;
+  out.reserve(s.size());
+  encode(s.data(), s.size(), out);
+  return out;
+}
+
+unsigned replace_all(std::u16string& text, const std::u16string& from, const std::u16string& to) {
+  if (from.empty() || text.empty()) return 0;
+  unsigned count = 0;
+  if (from.size() == to.size()) {
+    for (size_t pos = text.find(from); pos != std::u16string::npos;
+         pos = text.find(from, pos + to.size())) {
+      text.replace(pos, from.size(), to);
+      ++count;
+    }
+    return count;
+  }
+  std::vector<size_t> positions;
+  for (size_t pos = text.find(from); pos != std::u16string::npos;
+       pos = text.find(from, pos + from.size()))
+    positions.push_back(pos);
+  if (positions.empty()) return 0;
+  std::u16string result;
+  result.reserve(text.size() + positions.size() * to.size() - positions.size() * from.size());
+  size_t start = 0;
+  for (size_t pos : positions) {
+    result.append(text, start, pos - start);
+    result.append(to);
+    start = pos + from.size();
+  }
+  result.append(text, start, std::u16string::npos);
+  text.swap(result);
+  return static_cast<unsigned>(positions.size());
+}
+
+uint32_t string_toul(const std::u16string& s) {
+  uint32_t value = 0;
+  for (char16_t c : s) {
+    if (c < u'0' || c > u'9') break;
+    value = value * 10u + static_cast<uint32_t>(c - u'0');
+  }
+  return value;
+}
+
+std::u16string string_uito(unsigned value, int radix) {
+  bool negative = false;
+  if (radix == 10 && static_cast<int>(value) < 0) {
+    negative = true;
+    value = 0u - value;
+  }
+  const unsigned base = static_cast<unsigned>(radix);
+  std::u16string digits;
+  do {
+    unsigned d = value % base;
+    digits.push_back(static_cast<char16_t>(d < 10 ? u'0' + d : u'a' + (d - 10)));
+    value /= base;
+  } while (value != 0);
+  if (negative) digits.push_back(u'-');
+  return std::u16string(digits.rbegin(), digits.rend());
+}
+
+std::u16string string_ito(int value, int radix) {
+  return string_uito(static_cast<unsigned>(value), radix);
+}
+
+int compare_nocase(const std::u16string& a, const std::u16string& b) {
+  // ASCII letters fold, everything else compares byte for byte, whatever the
+  // process locale (a Turkish locale would otherwise not fold 'I' and 'i').
+  static locale_t c_locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
+  return strcasecmp_l(narrow_lib(a).c_str(), narrow_lib(b).c_str(), c_locale);
+}
