@@ -1,0 +1,180 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "compat/file_system.h"
+#include "compat/text.h"
+#include "support/test_support.h"
+
+using namespace testsupport;
+
+namespace {
+
+std::u16string w(const std::string& s) { return widen_lib(s); }
+
+int open_flags(HANDLE h) { return fcntl(static_cast<int>(reinterpret_cast<intptr_t>(h)), F_GETFL); }
+
+TEST(FileSystemTest, CreateFileAccessAndDisposition) {
+  TempDir dir;
+  const std::string file = dir / "f.bin";
+  write_file(file, std::string(100, 'a'));
+
+  struct Case {
+    unsigned access;
+    int mode;
+  } modes[] = {{GENERIC_READ, O_RDONLY}, {GENERIC_WRITE, O_WRONLY},
+               {GENERIC_READ | GENERIC_WRITE, O_RDWR}, {0, O_RDONLY}};
+  for (const Case& c : modes) {
+    HANDLE h = INVALID_HANDLE_VALUE;
+    ASSERT_EQ(FileSystem::CreateFile(w(file), c.access, 0, OPEN_EXISTING, h), 0u);
+    EXPECT_EQ(open_flags(h) & O_ACCMODE, c.mode) << c.access;
+    FileSystem::CloseHandle(h);
+  }
+
+  // Disposition 2 keeps old contents: a 10-byte write leaves a 100-byte file.
+  HANDLE h = INVALID_HANDLE_VALUE;
+  ASSERT_EQ(FileSystem::CreateFile(w(file), GENERIC_WRITE, 0, CREATE_ALWAYS, h), 0u);
+  unsigned written = 0;
+  EXPECT_EQ(FileSystem::WriteFile(h, "0123456789", 10, &written, nullptr), 0u);
+  EXPECT_EQ(written, 10u);
+  FileSystem::CloseHandle(h);
+  EXPECT_EQ(read_file(file), "0123456789" + std::string(90, 'a'));
+
+  // Disposition 5 truncates.
+  ASSERT_EQ(FileSystem::CreateFile(w(file), GENERIC_WRITE, 0, TRUNCATE_EXISTING, h), 0u);
+  FileSystem::CloseHandle(h);
+  EXPECT_EQ(read_file(file), "");
+
+  // 1, 3 and 4 never create; a missing file is code 2 and the handle is untouched.
+  for (unsigned disposition : {CREATE_NEW, OPEN_EXISTING, OPEN_ALWAYS}) {
+    HANDLE untouched = reinterpret_cast<HANDLE>(intptr_t(12345));
+    EXPECT_EQ(FileSystem::CreateFile(w(dir / "missing"), GENERIC_WRITE, 0, disposition, untouched),
+              ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(untouched, reinterpret_cast<HANDLE>(intptr_t(12345)));
+    EXPECT_EQ(FileSystem::GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_FALSE(exists(dir / "missing"));
+  }
+  // A parent that is a regular file: ENOTDIR -> 87.
+  EXPECT_EQ(FileSystem::CreateFile(w(file + "/x"), GENERIC_READ, 0, OPEN_EXISTING, h),
+            ERROR_INVALID_PARAMETER);
+  // Disposition 2 creates a missing file.
+  ASSERT_EQ(FileSystem::CreateFile(w(dir / "new"), GENERIC_WRITE, 0, CREATE_ALWAYS, h), 0u);
+  FileSystem::CloseHandle(h);
+  EXPECT_TRUE(exists(dir / "new"));
+}
+
+TEST(FileSystemTest, ReadWriteAndSeek) {
+  TempDir dir;
+  const std::string file = dir / "four";
+  write_file(file, "abcd");
+  HANDLE h = INVALID_HANDLE_VALUE;
+  ASSERT_EQ(FileSystem::CreateFile(w(file), GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING, h), 0u);
+
+  char buf[10] = {};
+  unsigned n = 99;
+  EXPECT_EQ(FileSystem::ReadFile(h, buf, 10, &n, nullptr), 0u);  // early end is success
+  EXPECT_EQ(n, 4u);
+  EXPECT_EQ(FileSystem::ReadFile(h, buf, 10, &n, nullptr), 0u);
+  EXPECT_EQ(n, 0u);
+  EXPECT_EQ(FileSystem::ReadFile(h, buf, 10, nullptr, nullptr), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(FileSystem::GetLastError(), ERROR_INVALID_PARAMETER);
+  auto* overlapped = reinterpret_cast<_OVERLAPPED*>(buf);
+  EXPECT_EQ(FileSystem::ReadFile(h, buf, 10, nullptr, overlapped), 0u);  // nothing read
+
+  EXPECT_EQ(FileSystem::SetFilePointer(h, 0, nullptr, FILE_END), 4u);
+  EXPECT_EQ(FileSystem::SetFilePointer(h, 1, nullptr, FILE_BEGIN), 1u);
+  EXPECT_EQ(FileSystem::SetFilePointer(h, 1, nullptr, FILE_CURRENT), 2u);
+  EXPECT_EQ(FileSystem::SetEndOfFile(h), 0u);
+  EXPECT_EQ(read_file(file), "ab");
+
+  // A high part of 1 seeks to 4 GiB (a sparse position, nothing written).
+  long high = 1;
+  EXPECT_EQ(FileSystem::SetFilePointer(h, 0, &high, FILE_BEGIN), 0u);
+  EXPECT_EQ(high, 1);
+  high = 0;
+  EXPECT_EQ(FileSystem::SetFilePointer(h, 0, &high, FILE_CURRENT), 0u);
+  EXPECT_EQ(high, 1);
+  // A failed seek answers all ones and leaves the last error at 0.
+  EXPECT_EQ(FileSystem::SetFilePointer(h, -100, nullptr, FILE_BEGIN), 0xFFFFFFFFu);
+  EXPECT_EQ(FileSystem::GetLastError(), 0u);
+  FileSystem::CloseHandle(h);
+
+  // The invalid handle.
+  unsigned written = 0;
+  EXPECT_EQ(FileSystem::WriteFile(INVALID_HANDLE_VALUE, "x", 1, nullptr, overlapped),
+            ERROR_INVALID_HANDLE);
+  EXPECT_EQ(FileSystem::WriteFile(INVALID_HANDLE_VALUE, "x", 1, &written, nullptr),
+            ERROR_INVALID_HANDLE);
+  EXPECT_EQ(FileSystem::SetFilePointer(INVALID_HANDLE_VALUE, 0, nullptr, FILE_BEGIN), 0xFFFFFFFFu);
+  EXPECT_EQ(FileSystem::GetLastError(), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(FileSystem::SetEndOfFile(INVALID_HANDLE_VALUE), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(FileSystem::GetFileTime(INVALID_HANDLE_VALUE, nullptr, nullptr, nullptr),
+            ERROR_INVALID_HANDLE);
+  EXPECT_EQ(FileSystem::ReadFile(INVALID_HANDLE_VALUE, buf, 1, &n, nullptr),
+            ERROR_INVALID_PARAMETER);  // EBADF
+}
+
+TEST(FileSystemTest, ShortWriteShowsOnlyInTheCount) {
+  TempDir dir;
+  HANDLE h = INVALID_HANDLE_VALUE;
+  write_file(dir / "ro", "x");
+  ASSERT_EQ(FileSystem::CreateFile(w(dir / "ro"), GENERIC_READ, 0, OPEN_EXISTING, h), 0u);
+  unsigned written = 0;
+  EXPECT_EQ(FileSystem::WriteFile(h, "abc", 3, &written, nullptr), 0u);
+  EXPECT_EQ(written, 0xFFFFFFFFu);  // write(2) failed: -1 in the count
+  FileSystem::CloseHandle(h);
+}
+
+TEST(FileSystemTest, SizesAndTimes) {
+  TempDir dir;
+  const std::string file = dir / "t";
+  write_file(file, "12345");
+  unsigned size = 77;
+  EXPECT_EQ(FileSystem::GetFileSize(w(dir / "missing"), &size), 1u);
+  EXPECT_EQ(size, 77u);
+  EXPECT_EQ(FileSystem::GetFileSize(w(file), nullptr), 1u);
+  EXPECT_EQ(FileSystem::GetFileSize(w(file), &size), 0u);
+  EXPECT_EQ(size, 5u);
+
+  // A stamp written is read back equal, to 100 ns, also before 1970 and after 2038.
+  const uint64_t stamps[] = {133000000001234567ull, 116444736000000000ull, 100000000000000001ull,
+                             140000000000000009ull};
+  for (uint64_t stamp : stamps) {
+    HANDLE h = INVALID_HANDLE_VALUE;
+    ASSERT_EQ(FileSystem::CreateFile(w(file), GENERIC_WRITE, 0, OPEN_EXISTING, h), 0u);
+    _FILETIME set = U64ToFileTime(stamp);
+    EXPECT_EQ(FileSystem::SetFileTime(h, nullptr, nullptr, &set), 0u);
+    FileSystem::CloseHandle(h);
+    ASSERT_EQ(FileSystem::CreateFile(w(file), GENERIC_READ, 0, OPEN_EXISTING, h), 0u);
+    _FILETIME got, access;
+    EXPECT_EQ(FileSystem::GetFileTime(h, nullptr, &access, &got), 0u);
+    FileSystem::CloseHandle(h);
+    EXPECT_EQ(FileTimeToU64(got), stamp);
+    EXPECT_EQ(FileTimeToU64(access), stamp);
+  }
+}
+
+TEST(FileSystemTest, EpochConversions) {
+  EXPECT_EQ(FileTimeToU64(EpochToFileTime(0)), 116444736000000000ull);
+  EXPECT_EQ(FileTimeToEpoch(U64ToFileTime(116444736000000000ull)), 0);
+  EXPECT_EQ(FileTimeToEpoch(U64ToFileTime(116444736009999999ull)), 0);  // truncates
+  for (long t : {1L, -1L, 2147483647L, -2147483647L - 1, 4102444800L /* 2100 */, 253402300799L})
+    EXPECT_EQ(FileTimeToEpoch(EpochToFileTime(t)), t) << t;
+  int64_t s;
+  long ns;
+  FileTimeToTimespec(U64ToFileTime(116444736000000001ull), s, ns);
+  EXPECT_EQ(s, 0);
+  EXPECT_EQ(ns, 100);
+  EXPECT_EQ(FileTimeToU64(TimespecToFileTime(1, 999999999)), 116444736000000000ull + 19999999);
+}
+
+TEST(FileSystemTest, ErrnoMapping) {
+  EXPECT_EQ(setLastErrorByErrNo(ENOENT), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(FileSystem::GetLastError(), ERROR_FILE_NOT_FOUND);
+  for (int e : {EACCES, ENOSPC, EBADF, ENOTDIR, EEXIST}) {
+    EXPECT_EQ(setLastErrorByErrNo(e), ERROR_INVALID_PARAMETER) << e;
+  }
+}
+
+}  // namespace
