@@ -8,9 +8,9 @@
 
 struct StarterState {
   std::vector<std::u16string> templateDirs;  // the list read at start
-  bool writeOrdinary = false;  // write back with set_tmplts_list(list, false)
-  bool writeBase = false;      // write back with set_tmplts_list(list, true)
-  std::u16string proposal;     // proposed target directory (already cleaned)
+  bool writeOrdinary = false;                // write back with set_tmplts_list(list, false)
+  bool writeBase = false;                    // write back with set_tmplts_list(list, true)
+  std::u16string proposal;                   // proposed target directory (already cleaned)
 };
 
 // Reads the per-user starter files and settles the proposal.

@@ -1,0 +1,29 @@
+// Starter configuration files on disk: lines of "key=value" separated by a
+// line feed, read into and written from a ConfigFile.
+#pragma once
+
+#include <string>
+
+class ConfigFile;
+
+// Adds the pairs of the file at `path` to `config` (what it already holds is
+// kept). Nothing is trimmed; a missing or unreadable file adds nothing.
+// Narrow files are decoded in the locale's encoding, bytes it cannot decode
+// kept as escape units; a file starting with FF FE is read as UTF-16LE.
+void read_config_file(const std::u16string& path, ConfigFile& config);
+
+// Replaces the file at `path` with one "key=value" line per value of
+// `config`, in order, narrow and without a byte-order mark. The new text is
+// staged next to the file and renamed over it, so on failure the old file is
+// untouched and no staging file remains. Throws the int 1 when the file
+// cannot be opened or created, 2 when writing it failed.
+void write_config_file(const std::u16string& path, const ConfigFile& config);
+
+// False when the file is missing, shorter than two bytes or starts with the
+// UTF-16LE byte-order mark FF FE; true otherwise.
+bool is_ansi_encoded(const std::u16string& path);
+
+// Adds `value` to `key` in `config` (ConfigFile::addValue). `directory` is the
+// directory part of the file being read; it does not change the result.
+void add_value_to_config_file(ConfigFile& config, const std::u16string& key,
+                              const std::u16string& value, const std::u16string& directory);

@@ -1,0 +1,120 @@
+// Writing starter configuration files: the new text is staged in the same
+// directory, flushed to disk and renamed over the old file, so a reader (or a
+// crash) sees either the old file or the new one, never a torn one.
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <random>
+
+#include "compat/text.h"
+#include "starter/config_file.h"
+#include "starter/config_file_io.h"
+
+namespace {
+
+constexpr int kCannotOpen = 1;
+constexpr int kWriteFailed = 2;
+
+// The file that is really replaced: the target of a symbolic link (so the
+// link stays a link), else the path itself.
+std::string resolve_target(const std::string& path) {
+  struct stat st;
+  if (lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return path;
+  char resolved[PATH_MAX];
+  return realpath(path.c_str(), resolved) ? std::string(resolved) : path;
+}
+
+std::string random_suffix() {
+  static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+  static std::mt19937 rng{std::random_device{}()};
+  std::string s(6, 'A');
+  for (char& c : s) c = kChars[rng() % (sizeof(kChars) - 1)];
+  return s;
+}
+
+// A new file beside the target that is removed again unless it was renamed
+// over the target.
+class StagingFile {
+ public:
+  // Creates the file ("<target>.new-XXXXXX", mode 0666 less the umask, or the
+  // mode of the old file when there is one); throws kCannotOpen on failure.
+  StagingFile(const std::string& target, const struct stat* old) {
+    int fd = -1;
+    for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+      m_path = target + ".new-" + random_suffix();
+      fd = open(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+      if (fd < 0 && errno != EEXIST) break;
+    }
+    if (fd < 0) throw kCannotOpen;
+    if (old) (void)fchmod(fd, old->st_mode & 07777);
+    m_file = fdopen(fd, "w");
+    if (!m_file) {
+      close(fd);
+      unlink(m_path.c_str());
+      throw kCannotOpen;
+    }
+  }
+
+  ~StagingFile() {
+    if (m_file) std::fclose(m_file);
+    if (!m_committed) unlink(m_path.c_str());
+  }
+
+  StagingFile(const StagingFile&) = delete;
+  StagingFile& operator=(const StagingFile&) = delete;
+
+  FILE* stream() const { return m_file; }
+
+  // Flushes the text to disk, closes the file and renames it over `target`;
+  // throws kWriteFailed when any step fails.
+  void commit(const std::string& target) {
+    bool ok = std::fflush(m_file) == 0 && !std::ferror(m_file) && fsync(fileno(m_file)) == 0;
+    ok = std::fclose(m_file) == 0 && ok;
+    m_file = nullptr;
+    if (!ok || rename(m_path.c_str(), target.c_str()) != 0) throw kWriteFailed;
+    m_committed = true;
+    sync_directory(target);
+  }
+
+ private:
+  // Makes the rename itself durable (best effort).
+  static void sync_directory(const std::string& target) {
+    size_t slash = target.rfind('/');
+    std::string dir = slash == std::string::npos ? "." : target.substr(0, slash + 1);
+    int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return;
+    (void)fsync(fd);
+    close(fd);
+  }
+
+  std::string m_path;
+  FILE* m_file = nullptr;
+  bool m_committed = false;
+};
+
+}  // namespace
+
+void write_config_file(const std::u16string& path, const ConfigFile& config) {
+  // The new text is narrow whatever the old file was (UTF-16 included).
+  std::string target = resolve_target(narrow_lib(path));
+  struct stat old;
+  bool existed = stat(target.c_str(), &old) == 0;
+  // What could not be opened for writing in place is not replaced either.
+  if (existed && (S_ISDIR(old.st_mode) || access(target.c_str(), W_OK) != 0)) throw kCannotOpen;
+
+  StagingFile staging(target, existed ? &old : nullptr);
+  for (const ConfigFile::Entry& entry : config.entries()) {
+    std::string key = narrow_lib(entry.key);
+    for (const std::u16string& value : entry.values) {
+      if (std::fprintf(staging.stream(), "%s=%s", key.c_str(), narrow_lib(value).c_str()) < 0)
+        throw kWriteFailed;
+      std::fputc('\n', staging.stream());
+    }
+  }
+  staging.commit(target);
+}

@@ -1,0 +1,73 @@
+#include "starter/starter_state.h"
+
+#include "compat/file_finder.h"
+#include "compat/shell.h"
+#include "starter/config_locations.h"
+#include "starter/starter.h"
+
+namespace {
+
+const std::u16string kDefaultTemplatesDirName = u"tmplts";
+
+bool file_exists(const std::u16string& path) {
+  FileFinder finder;
+  return finder.reset(path);
+}
+
+// Removes the first occurrence of `part`, if any.
+void erase_first(std::u16string& text, const std::u16string& part) {
+  size_t pos = text.find(part);
+  if (pos != std::u16string::npos) text.erase(pos, part.size());
+}
+
+}  // namespace
+
+std::u16string clean_proposal(std::u16string proposal) {
+  for (const char16_t* remote : {u"http://", u"https://", u"ftp://"})
+    if (proposal.find(remote) != std::u16string::npos) proposal.clear();
+  erase_first(proposal, u"file://");
+  std::u16string cleaned;
+  cleaned.reserve(proposal.size());
+  for (char16_t c : proposal)
+    if (c != u'\n' && c != u'\r') cleaned.push_back(c);
+  return cleaned;
+}
+
+StarterState read_starter_state() {
+  StarterState state;
+  bool baseExists = file_exists(get_local_config_file_path_base());
+  bool ordinaryExists = file_exists(get_local_config_file_path());
+  if (ordinaryExists) {
+    get_tmplts_list(state.templateDirs, true, false);
+    state.writeOrdinary = true;
+  } else if (baseExists) {
+    get_tmplts_list(state.templateDirs, true, true);
+    state.writeBase = !state.templateDirs.empty();
+  }
+
+  std::u16string proposal;
+  bool found = false;
+  for (const std::u16string& dir : state.templateDirs) {
+    if (isWritePermitted(dir)) {
+      proposal = dir;
+      found = true;
+      break;
+    }
+  }
+  if (!found) proposal = zq_app_data_dir(false) + u"/" + kDefaultTemplatesDirName;
+  state.proposal = clean_proposal(proposal);
+  return state;
+}
+
+int record_template_dir(StarterState& state, const std::u16string& targetDir) {
+  std::u16string dir = targetDir;
+  if (!dir.empty() && (dir.back() == u'/' || dir.back() == u'\\')) dir.pop_back();
+  state.templateDirs.insert(state.templateDirs.begin(), dir);
+  try {
+    if (state.writeOrdinary) set_tmplts_list(state.templateDirs, false);
+    if (state.writeBase) set_tmplts_list(state.templateDirs, true);
+  } catch (int code) {
+    return code;
+  }
+  return 0;
+}
