@@ -1,0 +1,121 @@
+#include "app/command_line.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+using testsupport::ScopedEnv;
+using testsupport::TempDir;
+
+namespace {
+
+struct Case {
+  std::vector<std::string> args;  // after the program name
+  bool silent;
+  bool useCwd;
+  LangIdType langId;
+  std::u16string code;
+};
+
+LaunchOptions parse(std::vector<std::string> args) {
+  args.insert(args.begin(), "installer");
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  return parse_command_line(static_cast<int>(args.size()), argv.data());
+}
+
+std::string describe(const std::vector<std::string>& args) {
+  std::string s;
+  for (const std::string& a : args) s += "[" + a + "] ";
+  return s;
+}
+
+void expect_case(const Case& c) {
+  LaunchOptions got = parse(c.args);
+  EXPECT_EQ(got.silent, c.silent) << describe(c.args);
+  EXPECT_EQ(got.useCwd, c.useCwd) << describe(c.args);
+  EXPECT_EQ(got.langId, c.langId) << describe(c.args);
+  EXPECT_EQ(got.languageCode, c.code) << describe(c.args);
+}
+
+// Each case starts from the C process locale and leaves it there.
+class CommandLineTest : public ::testing::Test {
+ protected:
+  CommandLineTest() { std::setlocale(LC_ALL, "C"); }
+  ~CommandLineTest() override { std::setlocale(LC_ALL, "C"); }
+};
+
+TEST_F(CommandLineTest, OptionsUnderTheCLocale) {
+  ScopedEnv lcAll("LC_ALL", "C");
+  const Case cases[] = {
+      {{}, false, false, kLangEn, u"en"},
+      // usecwd counts only first and only spelled exactly so.
+      {{"usecwd", "-S"}, true, true, kLangEn, u"en"},
+      {{"-S", "usecwd"}, true, false, kLangEn, u"en"},
+      {{"usecwd2"}, false, false, kLangEn, u"en"},
+      {{"Usecwd"}, false, false, kLangEn, u"en"},
+      {{"usecwd", "usecwd"}, false, true, kLangEn, u"en"},
+      {{"usecwd", "-Lvi"}, false, true, kLangVi, u"vi"},
+      // Only the second character names the option, in either case, after - or /.
+      {{"/s"}, true, false, kLangEn, u"en"},
+      {{"-Silent"}, true, false, kLangEn, u"en"},
+      {{"-sfoo"}, true, false, kLangEn, u"en"},
+      {{"/lru"}, false, false, kLangRu, u"ru"},
+      {{"-x", "S", "L", "-Lkk"}, false, false, kLangKk, u"kk"},
+      {{"-", "--", "/", ""}, false, false, kLangEn, u"en"},
+      // The first -L ends the scan.
+      {{"-Lde", "-S"}, false, false, kLangDe, u"de"},
+      {{"-S", "-Lde"}, true, false, kLangDe, u"de"},
+      {{"-Lxx", "-Lde"}, false, false, kLangEn, u"en"},
+      {{"-L", "-S"}, false, false, kLangEn, u"en"},
+      // Codes are taken as given: not shortened, not case-folded.
+      {{"-Lde_DE"}, false, false, kLangEn, u"en"},
+      {{"-LDE"}, false, false, kLangEn, u"en"},
+      {{"-L"}, false, false, kLangEn, u"en"},
+  };
+  for (const Case& c : cases) expect_case(c);
+}
+
+TEST_F(CommandLineTest, UnavailableLocaleMeansEnglish) {
+  ScopedEnv lcAll("LC_ALL", "xx_XX.UTF-8");
+  expect_case({{"-S"}, true, false, kLangEn, u"en"});
+  expect_case({{"-Lzz"}, false, false, kLangEn, u"en"});
+}
+
+// Real locale names: copies of the C.UTF-8 locale installed under private names.
+TEST_F(CommandLineTest, LanguageFromTheLocale) {
+  const std::filesystem::path source = "/usr/lib/locale/C.utf8";
+  if (!std::filesystem::is_directory(source)) GTEST_SKIP() << "no C.utf8 locale files to copy";
+  TempDir locales;
+  for (const char* name : {"de_DE.UTF-8", "uk_UA.UTF-8", "fr_FR.UTF-8"}) {
+    std::filesystem::copy(source, locales / name, std::filesystem::copy_options::recursive);
+  }
+  ScopedEnv locPath("LOCPATH", locales.path());
+
+  const struct {
+    const char* locale;
+    Case c;
+    const char* processLocaleAfter;  // setlocale runs only when -L gave no known code
+  } cases[] = {
+      {"de_DE.UTF-8", {{}, false, false, kLangDe, u"de"}, "de_DE.UTF-8"},
+      {"de_DE.UTF-8", {{"-Lde_DE"}, false, false, kLangDe, u"de"}, "de_DE.UTF-8"},
+      {"uk_UA.UTF-8", {{"/lxx", "-S"}, false, false, kLangUk, u"uk"}, "uk_UA.UTF-8"},
+      {"fr_FR.UTF-8", {{"-S"}, true, false, kLangEn, u"en"}, "fr_FR.UTF-8"},
+      {"de_DE.UTF-8", {{"-Ltr"}, false, false, kLangTr, u"tr"}, "C"},
+  };
+  for (const auto& entry : cases) {
+    ScopedEnv lcAll("LC_ALL", entry.locale);
+    std::setlocale(LC_ALL, "C");
+    expect_case(entry.c);
+    EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), entry.processLocaleAfter)
+        << entry.locale << " " << describe(entry.c.args);
+  }
+}
+
+}  // namespace
