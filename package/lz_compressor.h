@@ -2,15 +2,27 @@
 // the last (no zlib or gzip framing).
 #pragma once
 
+#include <cstddef>
 #include <string>
+
+#include "package/inflate_decoder.h"
 
 class LZCompressor {
  public:
+  // Size of the output buffer the decoded stream is written through.
+  static constexpr size_t kBufferSize = 32768;
+
   // Not provided by the installer (packages are built by tools/tpk-build):
   // returns 1 and touches nothing.
   static unsigned pack(const std::u16string& src, const std::u16string& dst);
-  // Inflates `src` into `dst`. 0 on success, the open error of either file,
-  // or 13 for a corrupt stream. A stream that ends early without its end
-  // marker is accepted; an empty source gives an empty destination.
+  // Inflates `src` into `dst` (opened with CREATE_ALWAYS) with the default
+  // engine. 0 on success, the open error of either file (a missing source
+  // creates no destination), or 13 for a corrupt stream, after which `dst`
+  // keeps what was decoded before the fault. A stream that ends early
+  // without its end marker is accepted; an empty source gives an empty
+  // destination. The source is mapped, never read into memory.
   static unsigned unpack(const std::u16string& src, const std::u16string& dst);
+  // The same with a chosen engine and output chunk size (tests, benchmarks).
+  static unsigned unpack(const std::u16string& src, const std::u16string& dst,
+                         InflateEngine engine, size_t chunkSize = kBufferSize);
 };

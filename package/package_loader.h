@@ -2,6 +2,8 @@
 // into a working file in the temporary directory, reading the catalogues.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "compat/file_system.h"
@@ -13,7 +15,32 @@ using PackageReader = config::InstallData<LZCompressor, FileSystem>;
 // Name of the distribution package beside the installer.
 inline const std::u16string kPackageFileName = u"plom8.tpk";
 
-// Loads `packagePath` into `reader`. Returns the key of the text the user
-// must be shown ("IDS_ERROR_NOSPACE", "IDS_ERROR_DAMAGEDSOURCE"), or an empty
-// string on success. On failure no working file is left behind.
+// Room the temporary directory must offer, as a multiple of the package size.
+constexpr uint64_t kSpaceReg = 3;
+
+// Free bytes of the temporary directory into *bytes; 0 on success.
+using FreeSpaceQuery = unsigned (*)(uint64_t* bytes);
+
+// How a package is loaded. The defaults are what the installer uses; tests
+// and benchmarks replace the free-space query, the engine or the chunk size.
+struct LoadOptions {
+  FreeSpaceQuery freeSpace = &FileSystem::GetFreeSpaceTmpDir64;
+  InflateEngine engine = default_inflate_engine();
+  size_t chunkSize = LZCompressor::kBufferSize;
+};
+
+// Whether `freeBytes` holds kSpaceReg times `packageSize` (64-bit, no wrap).
+bool has_space_for_package(uint64_t packageSize, uint64_t freeBytes);
+
+// Loads `packagePath` into `reader`, which must be empty (no working file).
+// Returns the key of the text the user must be shown ("IDS_ERROR_NOSPACE",
+// "IDS_ERROR_DAMAGEDSOURCE"), or an empty string on success. On success
+// the reader holds the languages and the files (offsets absolute in the
+// working file), the working file is open read-write and positioned at the
+// start of its data area, and the reader's destructor closes and deletes
+// it. On failure the files are cleared, the working file is closed and
+// deleted, and nothing is left in the temporary directory. When either the
+// package size or the free space cannot be found, the space check is skipped.
 std::string load_package(PackageReader& reader, const std::u16string& packagePath);
+std::string load_package(PackageReader& reader, const std::u16string& packagePath,
+                         const LoadOptions& options);

@@ -1,0 +1,245 @@
+#include "package/catalogue.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+namespace config {
+
+namespace {
+
+constexpr unsigned kDamaged = 13;
+constexpr size_t kReadBlock = 65536;
+
+// Front-to-back reading of the working file with bounds known in advance:
+// every request is checked against the bytes left before anything is
+// allocated or copied. Reads from the source go in blocks of 64 KiB.
+class Reader {
+ public:
+  Reader(ByteSource& in, uint64_t total)
+      : m_in(in), m_total(total), m_block(new uint8_t[kReadBlock]) {}
+
+  uint64_t position() const { return m_position; }
+  uint64_t left() const { return m_total - m_position; }
+  unsigned error() const { return m_error; }
+
+  // Copies `count` bytes; false (with the error set) when they are not all there.
+  bool take(void* out, uint64_t count, const char* what) {
+    if (count > left()) return fail(kDamaged, what);
+    auto* dst = static_cast<uint8_t*>(out);
+    while (count != 0) {
+      if (m_begin == m_end) {
+        if (count >= kReadBlock) {  // large field: straight into place
+          size_t got = 0;
+          if (unsigned code = m_in.read(dst, count, &got)) return fail(code, "read error");
+          if (got != count) return fail(kDamaged, "the file is shorter than its size");
+          m_position += count;
+          return true;
+        }
+        if (!refill()) return false;
+      }
+      size_t n = static_cast<size_t>(std::min<uint64_t>(count, m_end - m_begin));
+      std::memcpy(dst, m_block.get() + m_begin, n);
+      m_begin += n;
+      m_position += n;
+      dst += n;
+      count -= n;
+    }
+    return true;
+  }
+
+  bool u32(uint32_t& value, const char* what) {
+    uint8_t b[4];
+    if (!take(b, 4, what)) return false;
+    value = uint32_t(b[0]) | uint32_t(b[1]) << 8 | uint32_t(b[2]) << 16 | uint32_t(b[3]) << 24;
+    return true;
+  }
+
+  bool fail(unsigned code, const char* why) {
+    if (m_error == 0) {
+      m_error = code;
+      m_fault = why;
+    }
+    return false;
+  }
+  const std::string& fault() const { return m_fault; }
+
+ private:
+  bool refill() {
+    size_t want = static_cast<size_t>(std::min<uint64_t>(kReadBlock, left()));
+    size_t got = 0;
+    if (unsigned code = m_in.read(m_block.get(), want, &got)) return fail(code, "read error");
+    if (got == 0) return fail(kDamaged, "the file is shorter than its size");
+    m_begin = 0;
+    m_end = got;
+    return true;
+  }
+
+  ByteSource& m_in;
+  uint64_t m_total;
+  uint64_t m_position = 0;
+  std::unique_ptr<uint8_t[]> m_block;
+  size_t m_begin = 0;
+  size_t m_end = 0;
+  unsigned m_error = 0;
+  std::string m_fault;
+};
+
+// Fields of one record, taken from the record's own bytes.
+class RecordView {
+ public:
+  RecordView(const uint8_t* data, size_t size) : m_data(data), m_size(size) {}
+
+  bool u32(uint32_t& value) {
+    if (m_size - m_position < 4) return false;
+    const uint8_t* b = m_data + m_position;
+    value = uint32_t(b[0]) | uint32_t(b[1]) << 8 | uint32_t(b[2]) << 16 | uint32_t(b[3]) << 24;
+    m_position += 4;
+    return true;
+  }
+
+  // `units` UTF-16LE code units.
+  bool units(uint32_t count, std::u16string& out) {
+    if (uint64_t(count) * 2 > m_size - m_position) return false;
+    out.resize(count);
+    const uint8_t* b = m_data + m_position;
+    for (uint32_t i = 0; i < count; ++i) out[i] = char16_t(b[2 * i] | b[2 * i + 1] << 8);
+    m_position += size_t(count) * 2;
+    return true;
+  }
+
+  bool string(std::u16string& out) {
+    uint32_t count;
+    return u32(count) && units(count, out);
+  }
+
+ private:
+  const uint8_t* m_data;
+  size_t m_size;
+  size_t m_position = 0;
+};
+
+// A string straight from the file: count, then 2*count bytes.
+bool read_string(Reader& in, std::u16string& out, std::vector<uint8_t>& scratch) {
+  uint32_t count;
+  if (!in.u32(count, "the file ends inside a header string")) return false;
+  if (uint64_t(count) * 2 > in.left())
+    return in.fail(kDamaged, "a header string runs past the end");
+  scratch.resize(size_t(count) * 2);
+  if (!in.take(scratch.data(), scratch.size(), "a header string runs past the end")) return false;
+  RecordView view(scratch.data(), scratch.size());
+  return view.units(count, out);
+}
+
+// One record: its size S (at least `minSize`), then S - 4 bytes into `record`.
+bool read_record(Reader& in, uint32_t minSize, std::vector<uint8_t>& record) {
+  uint32_t size;
+  if (!in.u32(size, "the file ends inside a record size")) return false;
+  if (size < minSize) return in.fail(kDamaged, "a record is smaller than its fields");
+  if (uint64_t(size) - 4 > in.left()) return in.fail(kDamaged, "a record runs past the end");
+  record.resize(size - 4);
+  return in.take(record.data(), record.size(), "a record runs past the end");
+}
+
+bool parse(Reader& in, std::vector<LanguageEntry>& languages, std::vector<FileEntry>& files,
+           CatalogueInfo& info) {
+  std::vector<uint8_t> scratch;
+  uint32_t kind;
+  if (!in.u32(kind, "the file ends inside the header kind")) return false;
+  info.kind = kind;
+  if (kind == 0) {
+    LanguageEntry entry;
+    entry.language = u"en";
+    if (!read_string(in, entry.title1, scratch) || !read_string(in, entry.title2, scratch) ||
+        !read_string(in, entry.descriptionRef, scratch))
+      return false;
+    languages.push_back(std::move(entry));
+  } else {
+    uint32_t count;
+    if (!in.u32(count, "the file ends inside the language count")) return false;
+    if (uint64_t(count) * kMinLanguageRecordSize > in.left())
+      return in.fail(kDamaged, "more language records than the file can hold");
+    for (uint32_t i = 0; i < count; ++i) {
+      if (!read_record(in, kMinLanguageRecordSize, scratch)) return false;
+      RecordView record(scratch.data(), scratch.size());
+      LanguageEntry entry;
+      if (!record.string(entry.language) || !record.string(entry.title1) ||
+          !record.string(entry.title2) || !record.string(entry.descriptionRef))
+        return in.fail(kDamaged, "a language string runs past its record");
+      languages.push_back(std::move(entry));
+    }
+  }
+
+  files.clear();
+  uint32_t count;
+  if (!in.u32(count, "the file ends inside the file count")) return false;
+  if (uint64_t(count) * kMinFileRecordSize > in.left())
+    return in.fail(kDamaged, "more file records than the file can hold");
+  for (uint32_t i = 0; i < count; ++i) {
+    if (!read_record(in, kMinFileRecordSize, scratch)) return false;
+    RecordView record(scratch.data(), scratch.size());
+    FileEntry entry;
+    uint32_t nameLength, offset, size;
+    if (!record.u32(nameLength) || !record.units(nameLength, entry.name) ||
+        !record.u32(entry.time.dwLowDateTime) || !record.u32(entry.time.dwHighDateTime) ||
+        !record.u32(offset) || !record.u32(size))
+      return in.fail(kDamaged, "a file record's fields run past its record");
+    entry.offset = offset;
+    entry.size = size;
+    files.push_back(std::move(entry));
+  }
+  return true;
+}
+
+bool is_drive_letter(char16_t c) { return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z'); }
+
+}  // namespace
+
+unsigned MemorySource::read(uint8_t* buffer, size_t count, size_t* got) {
+  size_t n = std::min(count, m_size - m_position);
+  if (n != 0) std::memcpy(buffer, m_data + m_position, n);
+  m_position += n;
+  *got = n;
+  return 0;
+}
+
+const char* catalogue_entry_fault(const std::u16string& name, uint64_t offset, uint64_t size,
+                                  uint64_t dataSize) {
+  if (name.empty()) return "a file name is empty";
+  if (name[0] == u'/' || name[0] == u'\\') return "a file name is absolute";
+  if (name.size() >= 2 && is_drive_letter(name[0]) && name[1] == u':')
+    return "a file name has a drive prefix";
+  size_t start = 0;
+  for (size_t i = 0; i <= name.size(); ++i) {
+    if (i < name.size() && name[i] == 0) return "a file name holds a NUL character";
+    if (i == name.size() || name[i] == u'/' || name[i] == u'\\') {
+      if (i - start == 2 && name[start] == u'.' && name[start + 1] == u'.')
+        return "a file name has a '..' component";
+      start = i + 1;
+    }
+  }
+  if (offset > dataSize || size > dataSize - offset)
+    return "a file's contents run past the end of the data area";
+  return nullptr;
+}
+
+unsigned read_catalogue(ByteSource& in, uint64_t totalSize, std::vector<LanguageEntry>& languages,
+                        std::vector<FileEntry>& files, CatalogueInfo& info) {
+  Reader reader(in, totalSize);
+  info = CatalogueInfo();
+  if (!parse(reader, languages, files, info)) {
+    info.fault = reader.fault();
+    return reader.error() != 0 ? reader.error() : kDamaged;
+  }
+  info.dataStart = reader.position();
+  uint64_t dataSize = totalSize - info.dataStart;
+  for (const FileEntry& entry : files) {
+    if (const char* fault = catalogue_entry_fault(entry.name, entry.offset, entry.size, dataSize)) {
+      info.fault = fault;
+      return kDamaged;
+    }
+  }
+  return 0;
+}
+
+}  // namespace config
