@@ -1,5 +1,6 @@
 // The state shared by the GUI thread and the installation worker. Every
-// operation takes the one lock for its whole body.
+// operation takes the one lock for its whole body; none holds it across file
+// work, and a string copy that throws still releases it.
 #pragma once
 
 #include <semaphore.h>
@@ -10,23 +11,28 @@
 
 class InstallProcessData {
  public:
+  // Empty state (no reader, state 0, percent 0), lock free.
   InstallProcessData();
   ~InstallProcessData();
   InstallProcessData(const InstallProcessData&) = delete;
   InstallProcessData& operator=(const InstallProcessData&) = delete;
 
   // Prepares a run: cancel off, state 0, percent 0; `dir` gets a trailing "/"
-  // unless empty or already ending in "/" or "\\". The message is kept.
+  // unless empty or already ending in "/" or "\\". The message is kept. The
+  // reader is not owned and must outlive the run.
   void init(PackageReader* data, const std::u16string& dir);
+  // The reader and the target directory given to init.
   void get(PackageReader*& data, std::u16string& dir);
   // The three fields are written and read together: a reader never sees a mix.
+  // setInstallState calls the wakeup hook afterwards, outside the lock.
   void setInstallState(unsigned state, const std::u16string& msg, int percent);
   void getInstallState(unsigned& state, std::u16string& msg, int& percent);
+  // The request to abandon the run; the worker looks at it after each file.
   void setCancel(bool cancel);
   bool isCancelled();
 
-  // Called (outside the lock, on the worker) after every state change, so a
-  // waiting GUI loop wakes up at once. May be null.
+  // Called (outside the lock, on the thread that changed the state) after
+  // every state change, so a waiting GUI loop wakes up at once. May be null.
   using Wakeup = void (*)(void* context);
   void setWakeup(Wakeup wakeup, void* context);
 

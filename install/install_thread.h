@@ -1,4 +1,4 @@
-// The installation worker thread.
+// The installation worker thread. Owned and driven by the GUI thread.
 #pragma once
 
 #include <pthread.h>
@@ -8,7 +8,7 @@
 class InstallThread {
  public:
   // One unit of work; the thread repeats it while it returns true and no stop
-  // was requested.
+  // was requested. Runs on the worker thread.
   using Step = bool (*)(void* owner);
 
   InstallThread() = default;
@@ -16,7 +16,9 @@ class InstallThread {
   InstallThread(const InstallThread&) = delete;
   InstallThread& operator=(const InstallThread&) = delete;
 
-  // Starts the worker; 0, or the error of thread creation.
+  // Starts the worker on `step(owner)`; `owner` must outlive the worker.
+  // 0, the error of thread creation, or EBUSY while a worker still runs.
+  // A worker that has finished is joined first.
   int start(Step step, void* owner);
   // Asks the worker not to begin another step; a step under way runs on.
   void stop();
@@ -33,4 +35,5 @@ class InstallThread {
   std::atomic<bool> m_running{false};
   pthread_t m_thread{};
   int m_createResult = -1;
+  bool m_joinable = false;  // a started thread not yet joined (GUI thread only)
 };
