@@ -15,10 +15,13 @@ constexpr int kMinorVersion = 2;
 }  // namespace
 
 std::u16string home_dir() {
-  wordexp_t words;
-  if (wordexp("~", &words, WRDE_NOCMD) != 0) return std::u16string();
-  std::u16string home = words.we_wordc > 0 ? widen_lib(words.we_wordv[0]) : std::u16string();
-  wordfree(&words);
+  wordexp_t words{};
+  int result = wordexp("~", &words, WRDE_NOCMD);
+  std::u16string home;
+  if (result == 0 && words.we_wordc > 0) home = widen_lib(words.we_wordv[0]);
+  // A failure for want of space (glibc's answer to an empty home) may leave
+  // words allocated.
+  if (result == 0 || result == WRDE_NOSPACE) wordfree(&words);
   return home;
 }
 
