@@ -13,7 +13,13 @@ struct StarterState {
   std::u16string proposal;                   // proposed target directory (already cleaned)
 };
 
-// Reads the per-user starter files and settles the proposal.
+// Reads the template directories from the ordinary per-user starter file
+// when it exists, else from the "base" one. writeOrdinary is set when the
+// ordinary file exists; writeBase when it does not and the base file gave a
+// non-empty list; with no starter configuration nothing is to be written.
+// The proposal is the first listed directory where a file can be created,
+// else zq_app_data_dir(false) + "/tmplts", cleaned by clean_proposal.
+// GUI thread only (it owns the configuration files).
 StarterState read_starter_state();
 
 // Cleans a proposed directory: empty when it holds "http://", "https://" or
