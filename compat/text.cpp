@@ -85,6 +85,18 @@ size_t utf8_sequence(const unsigned char* s, size_t n, char32_t& cp) {
   return len;
 }
 
+// A character above U+FFFF becomes a surrogate pair, so no byte of the text
+// is lost on the way back.
+void put_unit_or_pair(char32_t cp, std::u16string& out) {
+  if (cp < 0x10000) {
+    out.push_back(static_cast<char16_t>(cp));
+  } else {
+    cp -= 0x10000;
+    out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
+    out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
+  }
+}
+
 // Appends the units of the first n bytes of s (stopping at a NUL byte).
 void decode(const char* src, size_t n, std::u16string& out) {
   const auto* s = reinterpret_cast<const unsigned char*>(src);
@@ -102,7 +114,7 @@ void decode(const char* src, size_t n, std::u16string& out) {
         out.push_back(static_cast<char16_t>(kEscapeBase | s[i]));
         ++i;
       } else {
-        out.push_back(static_cast<char16_t>(cp & 0xFFFF));
+        put_unit_or_pair(cp, out);
         i += len;
       }
     }
@@ -119,7 +131,7 @@ void decode(const char* src, size_t n, std::u16string& out) {
       state = mbstate_t{};
       ++i;
     } else {
-      out.push_back(static_cast<char16_t>(static_cast<char32_t>(wc) & 0xFFFF));
+      put_unit_or_pair(static_cast<char32_t>(wc), out);
       i += r;
     }
   }

@@ -16,8 +16,8 @@ inline const std::u16string kBadPathSeparator = u"\\";
 // most dstCap units (no terminator) and returns the number of units the whole
 // source converts to. Bytes that are not valid in the locale's encoding become
 // the units 0xDC80..0xDCFF (byte 0xNN <-> unit 0xDCNN), so nothing fails and
-// nothing is lost. A character above U+FFFF becomes one unit holding the low
-// 16 bits of its code point. Code page and flags are ignored.
+// nothing is lost. A character above U+FFFF becomes a surrogate pair.
+// Code page and flags are ignored.
 int MultiByteToWideChar(unsigned codePage, unsigned flags, const char* source, int srcLen,
                         char16_t* destination, int dstCap);
 
