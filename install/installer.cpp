@@ -35,9 +35,8 @@ unsigned copy_contents(PackageReader& reader, uint64_t size, HANDLE target) {
   uint64_t remaining = size;
   while (remaining > 0) {
     unsigned got = 0;
-    if (unsigned code =
-            FileSystem::ReadFile(reader.handle, reader.buffer.get(), reader.bufferSize, &got,
-                                 nullptr))
+    if (unsigned code = FileSystem::ReadFile(reader.handle, reader.buffer.get(), reader.bufferSize,
+                                             &got, nullptr))
       return code;
     if (got == 0) return kTruncatedSourceError;  // the working file ends early
     if (remaining < got) {

@@ -155,7 +155,9 @@ void Rollback::addRBFile(const std::u16string& file) {
   m_touchedFiles.insert(normalise(file));
 }
 
-void Rollback::addRBCatalog(const std::u16string& dir) { current().newDirectoryList.push_back(dir); }
+void Rollback::addRBCatalog(const std::u16string& dir) {
+  current().newDirectoryList.push_back(dir);
+}
 
 void Rollback::removeRBFile(const std::u16string& file) {
   RollbackRecord& record = current();
@@ -227,8 +229,8 @@ bool Rollback::rollbackFiles(const std::u16string& target, const std::u16string&
     std::u16string name = finder.name();
     if (name == u"." || name == u"..") continue;
     if (finder.attributes() & FILE_ATTRIBUTE_DIRECTORY) {
-      allBack = rollbackFiles(target + name + kPathSeparator, backup + name + kPathSeparator) &&
-                allBack;
+      allBack =
+          rollbackFiles(target + name + kPathSeparator, backup + name + kPathSeparator) && allBack;
       continue;
     }
     // Only what this run moved aside goes back; anything else that turned up

@@ -18,8 +18,8 @@ PathKind path_kind(const std::u16string& path);
 
 // The journal of one run (one call of Rollback::start).
 struct RollbackRecord {
-  std::u16string targetDir;  // the run's target directory, as given to start
-  std::u16string backupDir;  // "<temp>/zqstpN/"; empty when targetDir is empty
+  std::u16string targetDir;                      // the run's target directory, as given to start
+  std::u16string backupDir;                      // "<temp>/zqstpN/"; empty when targetDir is empty
   std::vector<std::u16string> newDirectoryList;  // directories the run created, in order
   std::vector<std::u16string> newFileList;       // files the run created where none existed
   std::vector<std::u16string> storedFileList;    // old files moved aside into backupDir
