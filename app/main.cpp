@@ -1,0 +1,20 @@
+// The installer's entry point.
+#include <gtk/gtk.h>
+
+#include "app/installer_app.h"
+
+int main(int argc, char** argv) {
+  // The installation runs on a worker thread beside the GUI thread.
+  G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+  g_thread_init(nullptr);
+  G_GNUC_END_IGNORE_DEPRECATIONS
+  gdk_threads_init();
+  gdk_threads_enter();
+  int status;
+  {
+    CInstallerApp app(argc, argv);
+    status = app.InitInstance();
+  }
+  gdk_threads_leave();
+  return status;
+}

@@ -1,0 +1,490 @@
+#include "ui/installer_dlg.h"
+
+#include <gdk/gdkkeysyms.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "app/resources.h"
+#include "compat/file_finder.h"
+#include "compat/shell.h"
+#include "compat/text.h"
+#include "install/installer.h"
+#include "package/package_location.h"
+#include "starter/config_locations.h"
+#include "ui/images.h"
+#include "ui/message_box.h"
+#include "ui/wizard_pages.h"
+
+namespace {
+
+std::string text_of(const char* key) { return narrow_lib(LoadResString(key)); }
+
+unsigned env_number(const char* name) {
+  const char* value = std::getenv(name);
+  return value ? static_cast<unsigned>(std::strtoul(value, nullptr, 10)) : 0;
+}
+
+bool env_flag(const char* name) {
+  const char* value = std::getenv(name);
+  return value && *value && std::string(value) != "0";
+}
+
+}  // namespace
+
+CInstallerDlg::CInstallerDlg(int argc, char** argv, bool silent, const std::string& title,
+                             const std::u16string& languageCode, bool useCwd)
+    : m_silent(silent),
+      m_languageCode(languageCode),
+      m_useCwd(useCwd),
+      m_argc(argc),
+      m_argv(argv),
+      m_title(title),
+      m_testStateDelayMs(env_number("TPL_TEST_STATE_DELAY_MS")),
+      m_trace(env_flag("TPL_TRACE")) {
+  gtk_init(&m_argc, &m_argv);
+  m_starter.writeOrdinary = false;
+  m_starter.writeBase = false;
+  m_installData.setInstallState(0, LoadResString("IDS_PREPARECOPY"), 0);
+}
+
+CInstallerDlg::~CInstallerDlg() {
+  // The worker only touches the package reader and the shared state, both
+  // members: let it finish before anything goes away.
+  m_thread.join();
+  if (m_mainWindow) gtk_widget_destroy(m_mainWindow);
+  if (m_sideImage) g_object_unref(m_sideImage);
+  if (m_icon) g_object_unref(m_icon);
+}
+
+std::u16string CInstallerDlg::getTitle() const { return widen_lib(m_title); }
+
+void CInstallerDlg::trace(const char* what) const {
+  if (!m_trace) return;
+  std::printf("wizard: %s\n", what);
+  std::fflush(stdout);
+}
+
+// ---------------------------------------------------------------- start-up
+
+std::u16string CInstallerDlg::getTpkFullPath() const { return tpk_full_path(m_useCwd); }
+
+bool CInstallerDlg::OnInitDialog() {
+  m_packagePath = getTpkFullPath();
+  FileFinder finder;
+  if (m_packagePath.empty() || !finder.reset(m_packagePath)) {
+    messageBox(this, LoadResString("IDS_ERROR_NOSOURCE"), kMessageBoxError);
+    return false;
+  }
+  finder.close();
+  m_starter = read_starter_state();
+  m_targetDir = m_starter.proposal;
+  const std::string failure = load_package(m_package, m_packagePath);
+  if (!failure.empty()) {
+    messageBox(this, LoadResString(failure), kMessageBoxError);
+    return false;
+  }
+  return true;
+}
+
+void CInstallerDlg::DoModal() {
+  if (!OnInitDialog()) return;
+  m_welcomePage.reset();
+  showMainWindow();
+  showWelcomePage();
+  if (m_silent) {
+    showProgressPage();
+  } else {
+    gtk_main();
+  }
+  m_thread.join();
+}
+
+// ---------------------------------------------------------------- the frame
+
+GdkPixbuf* CInstallerDlg::createIcon() const {
+  return gdk_pixbuf_new_from_xpm_data(kWindowIconXpm);
+}
+
+GdkPixbuf* CInstallerDlg::createBackImage() const {
+  return gdk_pixbuf_new_from_xpm_data(kSideImageXpm);
+}
+
+void CInstallerDlg::initMainWindow() {
+  GtkWindow* window = GTK_WINDOW(m_mainWindow);
+  gtk_window_set_position(window, GTK_WIN_POS_CENTER);
+  GdkGeometry geometry{};
+  geometry.min_width = geometry.max_width = geometry.base_width = m_width;
+  geometry.min_height = geometry.max_height = geometry.base_height = m_height;
+  geometry.win_gravity = GDK_GRAVITY_NORTH_WEST;
+  gtk_window_set_geometry_hints(
+      window, nullptr, &geometry,
+      static_cast<GdkWindowHints>(GDK_HINT_MIN_SIZE | GDK_HINT_MAX_SIZE | GDK_HINT_BASE_SIZE));
+  gtk_window_set_modal(window, TRUE);
+  gtk_window_set_type_hint(window, GDK_WINDOW_TYPE_HINT_MENU);
+  m_icon = createIcon();
+  gtk_window_set_icon(window, m_icon);
+  m_fixed = gtk_fixed_new();
+  gtk_container_add(GTK_CONTAINER(m_mainWindow), m_fixed);
+  g_signal_connect(m_mainWindow, "destroy", G_CALLBACK(on_main_window_destroy), this);
+  g_signal_connect(m_mainWindow, "key_press_event", G_CALLBACK(gtk_window_key_press_callback),
+                   this);
+  g_signal_connect(m_mainWindow, "delete_event", G_CALLBACK(gtk_window_delete_callback), this);
+}
+
+void CInstallerDlg::showMainWindow() {
+  m_mainWindow = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  initMainWindow();
+  gtk_window_set_title(GTK_WINDOW(m_mainWindow), m_title.c_str());
+
+  GtkWidget* separator = gtk_hseparator_new();
+  gtk_widget_set_size_request(separator, m_width - 20, 5);
+  gtk_fixed_put(GTK_FIXED(m_fixed), separator, 10, 310);
+
+  m_buttonBack = gtk_button_new_with_label(text_of("IDS_WIZARD_BACK").c_str());
+  gtk_widget_set_size_request(m_buttonBack, 80, 30);
+  gtk_fixed_put(GTK_FIXED(m_fixed), m_buttonBack, 230, 320);
+
+  m_buttonNext = gtk_button_new_with_label(text_of("IDS_WIZARD_NEXT").c_str());
+  gtk_widget_set_size_request(m_buttonNext, 80, 30);
+  gtk_widget_set_can_default(m_buttonNext, TRUE);
+  gtk_fixed_put(GTK_FIXED(m_fixed), m_buttonNext, 310, 320);
+  gtk_widget_grab_default(m_buttonNext);
+
+  m_buttonCancel = gtk_button_new_with_label(text_of("IDS_WIZARD_CANCEL").c_str());
+  gtk_widget_set_size_request(m_buttonCancel, 80, 30);
+  gtk_fixed_put(GTK_FIXED(m_fixed), m_buttonCancel, 410, 320);
+
+  g_signal_connect(m_buttonBack, "clicked", G_CALLBACK(on_buttonPrev_clicked), this);
+  g_signal_connect(m_buttonNext, "clicked", G_CALLBACK(on_buttonNext_clicked), this);
+  g_signal_connect(m_buttonCancel, "clicked", G_CALLBACK(button_clicked_handler), this);
+
+  gtk_widget_show_all(m_fixed);
+  m_sideImage = createBackImage();
+  gtk_widget_show(m_mainWindow);
+}
+
+void CInstallerDlg::setCurPage(WizardDialogPage* page) {
+  if (m_curPage) {
+    for (GtkWidget* w : m_curPage->widgets()) gtk_widget_hide(w);
+  }
+  m_curPage = page;
+  if (!page) return;
+  for (GtkWidget* w : page->widgets()) gtk_widget_show(w);
+  page->onShow();
+}
+
+void CInstallerDlg::setFinishButtons() {
+  gtk_widget_set_sensitive(m_buttonNext, TRUE);
+  gtk_widget_set_sensitive(m_buttonCancel, FALSE);
+  gtk_widget_hide(m_buttonBack);
+  gtk_widget_show(m_buttonNext);
+  gtk_button_set_label(GTK_BUTTON(m_buttonNext), text_of("IDS_WIZARD_FINISH").c_str());
+  gtk_widget_grab_default(m_buttonNext);
+  gtk_widget_grab_focus(m_buttonNext);
+}
+
+void CInstallerDlg::titles(std::u16string& product, std::u16string& vendor) const {
+  for (const config::LanguageEntry& entry : m_package.languages) {
+    if (compare_nocase(entry.language, m_languageCode) == 0) {
+      product = entry.title1;
+      vendor = entry.title2;
+      return;
+    }
+  }
+  product.clear();
+  vendor.clear();
+}
+
+void CInstallerDlg::on_main_window_destroy(GtkWidget*, void* dialog) {
+  auto* self = static_cast<CInstallerDlg*>(dialog);
+  self->m_mainWindow = nullptr;
+  if (gtk_main_level() > 0) gtk_main_quit();
+}
+
+// ---------------------------------------------------------------- keys and cancelling
+
+gboolean CInstallerDlg::gtk_window_key_press_callback(GtkWidget*, GdkEventKey* event,
+                                                      void* dialog) {
+  return dialog ? static_cast<CInstallerDlg*>(dialog)->processKeyPress(event) : FALSE;
+}
+
+bool CInstallerDlg::processKeyPress(GdkEventKey* event) {
+  if (event->keyval != GDK_Escape) return false;
+  processCancel();
+  return true;
+}
+
+gboolean CInstallerDlg::gtk_window_delete_callback(GtkWidget*, GdkEvent*, void* dialog) {
+  auto* self = static_cast<CInstallerDlg*>(dialog);
+  // While files are being installed the window stays: closing it is a
+  // cancel request like any other.
+  if (self->m_step == kStepProgress || self->m_thread.isRunning()) {
+    self->processCancel();
+    return TRUE;
+  }
+  return FALSE;
+}
+
+void CInstallerDlg::button_clicked_handler(GtkWidget*, void* dialog) {
+  static_cast<CInstallerDlg*>(dialog)->processCancel();
+}
+
+void CInstallerDlg::processCancel() {
+  if (m_asking) return;
+  const bool installing = m_step == kStepProgress;
+  if (installing && (m_runOver || m_installData.isCancelled())) return;
+  if (m_confirmCancel) {
+    m_asking = true;
+    const unsigned answer = messageBox(this, LoadResString("IDS_ACCEPT_CANCEL"), kMessageBoxQuestion);
+    m_asking = false;
+    if (answer != kAnswerYes) return;
+  }
+  if (m_step == kStepProgress) {
+    if (!m_runOver) abortInstall();
+    return;
+  }
+  if (m_thread.isRunning() || !m_mainWindow) return;
+  gtk_widget_destroy(m_mainWindow);
+}
+
+void CInstallerDlg::abortInstall() {
+  trace("cancel requested");
+  m_installData.setCancel(true);
+}
+
+void CInstallerDlg::on_buttonPrev_clicked(GtkWidget*, void* dialog) {
+  auto* self = static_cast<CInstallerDlg*>(dialog);
+  if (self->m_step == kStepDirectory) self->showWelcomePage();
+}
+
+// ---------------------------------------------------------------- pages and flow
+
+void CInstallerDlg::showWelcomePage() {
+  std::u16string product, vendor;
+  titles(product, vendor);
+  if (product.empty()) product = LoadResString("IDS_DEFPRODUCT");
+  if (vendor.empty()) vendor = LoadResString("IDS_DEFPROVIDER");
+  if (!m_welcomePage) {
+    const std::u16string text =
+        LoadResString("IDS_WELCOME_TITLE") + u" " + product + u" (" + vendor + u").";
+    m_welcomePage = std::make_unique<MessagePage>(m_fixed, m_sideImage, text);
+  }
+  if (m_silent) {
+    gtk_widget_hide(m_buttonBack);
+    gtk_widget_hide(m_buttonNext);
+  } else {
+    gtk_widget_set_sensitive(m_buttonBack, FALSE);
+  }
+  m_step = kStepWelcome;
+  setCurPage(m_welcomePage.get());
+  trace("page=welcome");
+}
+
+void CInstallerDlg::showSelectPathPage() {
+  m_step = kStepDirectory;
+  if (!m_dirPage) m_dirPage = std::make_unique<DirSelectPage>(m_fixed, m_sideImage);
+  m_dirPage->setPath(m_targetDir);
+  gtk_widget_set_sensitive(m_buttonBack, TRUE);
+  gtk_widget_set_sensitive(m_buttonNext, TRUE);
+  setCurPage(m_dirPage.get());
+  gtk_widget_grab_focus(m_dirPage->entry());
+  trace("page=directory");
+}
+
+void CInstallerDlg::on_buttonNext_clicked(GtkWidget*, void* dialog) {
+  auto* self = static_cast<CInstallerDlg*>(dialog);
+  switch (self->m_step) {
+    case kStepWelcome:
+      self->showSelectPathPage();
+      break;
+    case kStepDirectory: {
+      std::u16string path = self->m_dirPage->getPath();
+      replace_all(path, kBadPathSeparator, kPathSeparator);
+      if (path.empty()) {
+        messageBox(self, LoadResString("IDS_SETUP_EMPTYTARGET"), kMessageBoxPlain);
+        break;
+      }
+      self->m_targetDir = path;
+      self->showProgressPage();
+      break;
+    }
+    case kStepSuccess:
+    case kStepError:
+      self->finalize();
+      break;
+    default:
+      break;
+  }
+}
+
+void CInstallerDlg::wake_gui(void* dialog) {
+  auto* self = static_cast<CInstallerDlg*>(dialog);
+  if (self->m_testStateDelayMs) g_usleep(gulong(self->m_testStateDelayMs) * 1000);
+  g_main_context_wakeup(nullptr);
+}
+
+bool CInstallerDlg::updateProgress(void* dialog) {
+  auto* self = static_cast<CInstallerDlg*>(dialog);
+  {
+    Installer installer;
+    installer.run(&self->m_installData);
+  }
+  self->m_runDone = true;
+  g_main_context_wakeup(nullptr);
+  return false;
+}
+
+void CInstallerDlg::waitForWorker() {
+  // The worker wakes the loop when its run returns, so this never waits
+  // for an unrelated event.
+  while (m_thread.isRunning() && !m_runDone) gtk_main_iteration();
+  m_thread.join();
+}
+
+void CInstallerDlg::showProgressPage() {
+  if (!m_progressPage) m_progressPage = std::make_unique<ProgressPage>(m_fixed, m_width - 20);
+  gtk_widget_set_sensitive(m_buttonBack, FALSE);
+  gtk_widget_set_sensitive(m_buttonNext, FALSE);
+  // Never install relative to the working directory.
+  if (m_targetDir.empty()) {
+    messageBox(this, LoadResString("IDS_SETUP_EMPTYTARGET"), kMessageBoxError);
+    showErrorFinalPage();
+    return;
+  }
+
+  m_installData.setWakeup(&CInstallerDlg::wake_gui, this);
+  m_installData.init(&m_package, m_targetDir);
+  setCurPage(m_progressPage.get());
+  m_step = kStepProgress;
+  trace("page=progress");
+  m_runDone = false;
+  m_runOver = false;
+  if (m_thread.start(&CInstallerDlg::updateProgress, this) != 0) {
+    m_runOver = true;
+    messageBox(this, LoadResString("IDS_INSTALL_ERROR"), kMessageBoxError);
+    showErrorFinalPage();
+    return;
+  }
+
+  unsigned state = 0;
+  std::u16string message;
+  int percent = 0;
+  for (;;) {
+    m_installData.getInstallState(state, message, percent);
+    m_progressPage->setProgress(percent);
+    if (state != 0 || percent >= 100 || m_runDone) break;
+    gtk_main_iteration();
+  }
+  m_runOver = true;
+
+  if (state == 0 && percent >= 100) {
+    waitForWorker();  // the run pauses on "copying complete" before it returns
+    showSuccessFinalPage();
+    recordTemplateDir();
+    return;
+  }
+  if (state != 0 && state != ERROR_CANCELLED) {
+    // Shown while the run rolls back.
+    messageBox(this, message, kMessageBoxError);
+    waitForWorker();
+    showErrorFinalPage();
+    return;
+  }
+  waitForWorker();
+  if (m_installData.isCancelled()) {
+    showCancelFinalPage();
+  } else {
+    showErrorFinalPage();
+  }
+}
+
+void CInstallerDlg::recordTemplateDir() {
+  // The templates are in place; only the starter's list could not be
+  // updated. The box names the file that kept its old contents.
+  if (record_template_dir(m_starter, m_targetDir) != 0) {
+    const std::u16string file =
+        m_starter.writeOrdinary ? get_local_config_file_path() : get_local_config_file_path_base();
+    messageBox(this, LoadResString("IDS_INSTALL_ERROR") + u"\n" + file, kMessageBoxError);
+  }
+}
+
+void CInstallerDlg::showSuccessFinalPage() {
+  m_step = kStepSuccess;
+  if (!m_successPage) {
+    m_successPage =
+        std::make_unique<SuccessFinalPage>(m_fixed, m_sideImage, LoadResString("IDS_SUCCESS_FINISH"));
+  }
+  setFinishButtons();
+  setCurPage(m_successPage.get());
+  trace("page=success");
+}
+
+void CInstallerDlg::showFinalPage(std::unique_ptr<MessagePage>& page, const char* key,
+                                  unsigned step, const char* name) {
+  if (!page) page = std::make_unique<MessagePage>(m_fixed, m_sideImage, LoadResString(key));
+  m_step = step;
+  setFinishButtons();
+  setCurPage(page.get());
+  trace(name);
+}
+
+void CInstallerDlg::showErrorFinalPage() {
+  showFinalPage(m_errorPage, "IDS_ERROR_FINISH", kStepError, "page=error");
+}
+
+void CInstallerDlg::showCancelFinalPage() {
+  showFinalPage(m_cancelPage, "IDS_CANCEL_FINISH", kStepError, "page=cancelled");
+}
+
+MessagePage* CInstallerDlg::finalMessagePage() const {
+  if (m_curPage == m_errorPage.get()) return m_errorPage.get();
+  if (m_curPage == m_cancelPage.get()) return m_cancelPage.get();
+  return nullptr;
+}
+
+std::u16string CInstallerDlg::documentPath() const {
+  // The record of the interface language names the document; failing that
+  // (no record, or an empty name), the English record does.
+  std::u16string name;
+  bool found = false;
+  for (const config::LanguageEntry& entry : m_package.languages) {
+    if (compare_nocase(entry.language, m_languageCode) == 0) {
+      if (!entry.descriptionRef.empty()) {
+        name = entry.descriptionRef;
+        found = true;
+      }
+      break;
+    }
+  }
+  if (!found) {
+    for (const config::LanguageEntry& entry : m_package.languages) {
+      if (compare_nocase(entry.language, u"en") == 0) {
+        name = entry.descriptionRef;
+        break;
+      }
+    }
+  }
+  std::u16string path = m_targetDir + name;
+  replace_all(path, kBadPathSeparator, kPathSeparator);
+  return path;
+}
+
+std::string CInstallerDlg::descriptionCommand() const {
+  return "xdg-open \"" + shell_escape(narrow_lib(documentPath())) + "\" 2>/dev/null";
+}
+
+void CInstallerDlg::finalize() {
+  if (m_step != kStepSuccess && m_step != kStepError) return;
+  // Only the success page has the check box; nothing is opened after an error.
+  if (m_curPage == m_successPage.get() && m_successPage->isShowReadmeChecked()) {
+    FileFinder finder;
+    if (finder.reset(documentPath())) {
+      finder.close();
+      const std::string command = descriptionCommand();
+      trace(("open " + command).c_str());
+      run_linux_command(command.c_str());
+    }
+  }
+  if (m_mainWindow) gtk_widget_destroy(m_mainWindow);
+}

@@ -1,0 +1,180 @@
+// The wizard: the installer's one main window, its pages and the flow from
+// welcome to finish. Everything here runs on the GUI thread, except
+// updateProgress, which is the worker thread's step.
+#pragma once
+
+#include <gtk/gtk.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "install/install_process_data.h"
+#include "install/install_thread.h"
+#include "package/package_loader.h"
+#include "starter/starter_state.h"
+#include "ui/wnd.h"
+
+class WizardDialogPage;
+class MessagePage;
+class SuccessFinalPage;
+class DirSelectPage;
+class ProgressPage;
+
+class CInstallerDlg : public CWnd {
+ public:
+  // Page numbers (the current step).
+  enum Step : unsigned {
+    kStepNone = 0,
+    kStepWelcome = 1,
+    kStepDirectory = 2,
+    kStepProgress = 3,
+    kStepSuccess = 4,
+    kStepError = 5,
+  };
+
+  // Keeps copies of argc/argv for gtk_init (which may remove the toolkit's
+  // own options from them). `title` is UTF-8.
+  CInstallerDlg(int argc, char** argv, bool silent, const std::string& title,
+                const std::u16string& languageCode, bool useCwd);
+  ~CInstallerDlg() override;
+  CInstallerDlg(const CInstallerDlg&) = delete;
+  CInstallerDlg& operator=(const CInstallerDlg&) = delete;
+
+  std::u16string getTitle() const override;
+
+  // Runs the wizard to its end: package check, window, pages, main loop (or,
+  // silent, the installation at once). Returns when the window is gone and
+  // no worker runs any more.
+  void DoModal();
+  // Finds and loads the package and settles the proposed directory. False
+  // after a message box has told the user what went wrong.
+  bool OnInitDialog();
+  // The package path: "plom8.tpk" in the working directory (useCwd) or
+  // beside the executable; empty when that directory is unknown.
+  std::u16string getTpkFullPath() const;
+
+  // The main window and its frame.
+  void showMainWindow();
+  void initMainWindow();
+  GdkPixbuf* createIcon() const;
+  GdkPixbuf* createBackImage() const;
+  // Hides the current page's widgets, shows `page`'s (null: hide only).
+  void setCurPage(WizardDialogPage* page);
+  // Buttons of a final page: Finish (default), Cancel insensitive, no Back.
+  void setFinishButtons();
+  // Product and vendor texts of the package for the interface language;
+  // both empty when the package has none for it.
+  void titles(std::u16string& product, std::u16string& vendor) const;
+
+  // Pages and flow.
+  void showWelcomePage();
+  void showSelectPathPage();
+  // Runs the installation on the worker and pumps the GUI until it is over.
+  void showProgressPage();
+  void showSuccessFinalPage();
+  void showErrorFinalPage();
+  void showCancelFinalPage();
+  // Finish: opens the description document when asked to, closes the window.
+  void finalize();
+
+  // Keyboard, buttons and cancelling.
+  bool processKeyPress(GdkEventKey* event);
+  // Asks before cancelling. During the installation Yes asks the run to stop
+  // (it rolls back); on any other page Yes closes the window.
+  void processCancel();
+  // Asks the running installation to stop after the current file.
+  void abortInstall();
+  static gboolean gtk_window_key_press_callback(GtkWidget*, GdkEventKey* event, void* dialog);
+  static gboolean gtk_window_delete_callback(GtkWidget*, GdkEvent*, void* dialog);
+  static void button_clicked_handler(GtkWidget*, void* dialog);
+  static void on_buttonPrev_clicked(GtkWidget*, void* dialog);
+  static void on_buttonNext_clicked(GtkWidget*, void* dialog);
+
+  // The worker's step: one installation run. Always false (run once).
+  static bool updateProgress(void* dialog);
+
+  // For tests and the trace.
+  struct Widgets {
+    GtkWidget* window;
+    GtkWidget* fixed;
+    GtkWidget* back;
+    GtkWidget* next;
+    GtkWidget* cancel;
+  };
+  Widgets widgets() const { return {m_mainWindow, m_fixed, m_buttonBack, m_buttonNext, m_buttonCancel}; }
+  unsigned step() const { return m_step; }
+  WizardDialogPage* currentPage() const { return m_curPage; }
+  DirSelectPage* dirSelectPage() const { return m_dirPage.get(); }
+  ProgressPage* progressPage() const { return m_progressPage.get(); }
+  SuccessFinalPage* successPage() const { return m_successPage.get(); }
+  MessagePage* welcomePage() const { return m_welcomePage.get(); }
+  MessagePage* finalMessagePage() const;
+  const std::u16string& targetDirectory() const { return m_targetDir; }
+  PackageReader& package() { return m_package; }
+  StarterState& starterState() { return m_starter; }
+  // The package's description document below the target directory, and
+  // the shell command that opens it.
+  std::u16string documentPath() const;
+  std::string descriptionCommand() const;
+
+ private:
+  static void on_main_window_destroy(GtkWidget*, void* dialog);
+  static void wake_gui(void* dialog);
+  // Pumps the GUI until the worker's run has returned, then joins it.
+  void waitForWorker();
+  // Records the target directory in the starter configuration; a failed
+  // write is shown in an error box.
+  void recordTemplateDir();
+  void trace(const char* what) const;
+  void showFinalPage(std::unique_ptr<MessagePage>& page, const char* key, unsigned step,
+                     const char* name);
+
+  // Flags: which starter files are written back, and the silent run.
+  StarterState m_starter;
+  bool m_silent;
+  // Shared with the worker.
+  InstallProcessData m_installData;
+  std::u16string m_targetDir;
+  std::u16string m_packagePath;
+  PackageReader m_package;
+  std::u16string m_languageCode;
+
+  // The frame (created by showMainWindow).
+  unsigned m_step = kStepNone;
+  std::unique_ptr<MessagePage> m_welcomePage;
+  std::unique_ptr<DirSelectPage> m_dirPage;
+  std::unique_ptr<ProgressPage> m_progressPage;
+  std::unique_ptr<SuccessFinalPage> m_successPage;
+  std::unique_ptr<MessagePage> m_errorPage;
+  std::unique_ptr<MessagePage> m_cancelPage;
+  WizardDialogPage* m_curPage = nullptr;
+  GtkWidget* m_buttonBack = nullptr;
+  GtkWidget* m_buttonNext = nullptr;
+  GtkWidget* m_buttonCancel = nullptr;
+  GdkPixbuf* m_sideImage = nullptr;
+  bool m_confirmCancel = true;
+  GtkWidget* m_mainWindow = nullptr;
+  GtkWidget* m_fixed = nullptr;
+  GdkPixbuf* m_icon = nullptr;
+
+  bool m_useCwd;
+  int m_argc;
+  char** m_argv;
+  int m_width = 500;
+  int m_height = 360;
+  std::string m_title;
+
+  // Set by the worker when its run has returned (before it wakes the GUI).
+  std::atomic<bool> m_runDone{false};
+  // The run's outcome has been seen; cancelling means nothing any more.
+  bool m_runOver = false;
+  // A cancel question is on screen (no second one on top of it).
+  bool m_asking = false;
+  // Test hook: milliseconds the worker waits after each published state.
+  unsigned m_testStateDelayMs = 0;
+  bool m_trace = false;
+
+  // Declared last, destroyed first: its destructor waits for the worker.
+  InstallThread m_thread;
+};

@@ -1,0 +1,108 @@
+// The wizard's pages: sets of widgets placed at fixed positions in the main
+// window's page area. A page only creates its widgets; showing and hiding
+// them is the dialog's business (CInstallerDlg::setCurPage). GUI thread only.
+#pragma once
+
+#include <gtk/gtk.h>
+
+#include <string>
+#include <vector>
+
+// The main-area label: at (170, 10), 330 by 250, wrapping, text at the top
+// left, empty. Added to `fixed`, which owns it.
+GtkWidget* createMainAreaLabel(GtkWidget* fixed);
+
+class WizardDialogPage {
+ public:
+  // The widgets go into `fixed` (a GtkFixed), which owns them.
+  explicit WizardDialogPage(GtkWidget* fixed);
+  virtual ~WizardDialogPage() = default;
+  WizardDialogPage(const WizardDialogPage&) = delete;
+  WizardDialogPage& operator=(const WizardDialogPage&) = delete;
+
+  // Called after the page's widgets were shown.
+  virtual void onShow() {}
+
+  // Every widget of the page, in creation order.
+  const std::vector<GtkWidget*>& widgets() const { return m_widgets; }
+
+ protected:
+  // Records `widget` as one of the page's widgets and returns it.
+  GtkWidget* addWidget(GtkWidget* widget);
+  // A GtkImage of `sideImage` at the page area's origin.
+  void addSideImage(GdkPixbuf* sideImage);
+
+  int m_reserved1 = 0;
+  int m_reserved2 = 0;
+  GtkWidget* m_parent;
+
+ private:
+  std::vector<GtkWidget*> m_widgets;
+};
+
+// A page with the side image and one wrapped text (welcome and final pages).
+class MessagePage : public WizardDialogPage {
+ public:
+  MessagePage(GtkWidget* fixed, GdkPixbuf* sideImage, const std::u16string& text);
+  void setMessage(const std::u16string& text);
+  GtkWidget* label() const { return m_label; }
+
+ protected:
+  GtkWidget* m_image = nullptr;
+  GtkWidget* m_label = nullptr;
+};
+
+// The success page: a message and the check box that asks for the package's
+// description document (checked when created).
+class SuccessFinalPage : public MessagePage {
+ public:
+  SuccessFinalPage(GtkWidget* fixed, GdkPixbuf* sideImage, const std::u16string& text);
+  bool isShowReadmeChecked() const;
+  GtkWidget* checkBox() const { return m_checkBox; }
+
+ private:
+  GtkWidget* m_checkBox = nullptr;
+};
+
+// The choice of the template directory: prompt, caption, path entry and a
+// browse button that opens the folder chooser.
+class DirSelectPage : public WizardDialogPage {
+ public:
+  DirSelectPage(GtkWidget* fixed, GdkPixbuf* sideImage);
+  void onShow() override {}
+
+  // The entry's text; empty for an empty entry.
+  std::u16string getPath() const;
+  void setPath(const std::u16string& path);
+  void setPath(const std::string& path);
+  // Runs the folder chooser; a chosen folder replaces the entry's text.
+  void showDirDialog();
+
+  GtkWidget* entry() const { return m_entry; }
+  GtkWidget* browseButton() const { return m_browse; }
+
+ private:
+  GtkWidget* m_image = nullptr;
+  GtkWidget* m_entry = nullptr;
+  GtkWidget* m_prompt = nullptr;
+  GtkWidget* m_caption = nullptr;
+  GtkWidget* m_browse = nullptr;
+};
+
+// The installation's progress: a status text above a bar.
+class ProgressPage : public WizardDialogPage {
+ public:
+  // `width` is the bar's width.
+  ProgressPage(GtkWidget* fixed, int width);
+  // Shows percent/100 on the bar; the text says "finished" at exactly 100.
+  void setProgress(int percent);
+
+  GtkWidget* statusLabel() const { return m_status; }
+  GtkWidget* bar() const { return m_bar; }
+
+ private:
+  GtkWidget* m_status = nullptr;
+  GtkWidget* m_bar = nullptr;
+  std::string m_runningText;
+  std::string m_finishedText;
+};
