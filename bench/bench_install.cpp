@@ -14,7 +14,8 @@
 //                        written with changed bytes and a time one day older
 //   --verify DIR         check names, sizes, times (100 ns) and contents of
 //                        DIR against the package
-// One JSON object per phase goes to standard output. Installs run with the
+// One JSON object per phase goes to standard output, the last two being
+// "unload" (the reader deletes its working file) and "process". Installs run with the
 // installer's own final pause, which is timed apart from the copy: the copy
 // ends when the finished state is published, the pause runs from there to
 // the return of Installer::run.
@@ -30,6 +31,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -393,7 +395,8 @@ int main(int argc, char** argv) {
     actions.emplace_back(option, dir);
   }
 
-  PackageReader reader;
+  auto owned = std::make_unique<PackageReader>();
+  PackageReader& reader = *owned;
   PhaseMeter meter;
   meter.begin();
   std::string failure = load_package(reader, widen_lib(argv[1]));
@@ -444,6 +447,15 @@ int main(int argc, char** argv) {
       r.print();
       ok = bad == 0 && ok;
     }
+  }
+  // The end of the program: the reader closes and deletes its working file.
+  meter.begin();
+  owned.reset();
+  meter.end();
+  {
+    Record r("unload");
+    meter.report(r);
+    r.print();
   }
   struct rusage usage;
   getrusage(RUSAGE_SELF, &usage);
