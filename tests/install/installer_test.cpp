@@ -232,7 +232,7 @@ Scenario prepare_scenario(const Sandbox& box, const PackageFile& failing) {
       {"keep\\new.txt", "new in keep", kPackageTime},
       {"fresh\\deep\\n.txt", "fresh", kPackageTime},
       {"keep\\inner\\x.txt", "inner", kPackageTime},
-      {"dup.txt", "dup v1", kPackageTime},
+      {"dup.txt", "dup v1, longer than v2", kPackageTime},
       {"dup.txt", "dup v2", plus(kPackageTime, 1)},
       {"newdup.txt", "nd v1", kPackageTime},
       {"newdup.txt", "nd v2", plus(kPackageTime, 1)},

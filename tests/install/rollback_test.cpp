@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "compat/shell.h"
 #include "compat/text.h"
@@ -123,6 +124,27 @@ TEST(RollbackTest, StoreMovesAnOldFileAsideOnceAndRefusesWhatItCannotSave) {
   EXPECT_EQ(rb.rollback(9), 9u);
   EXPECT_EQ(snapshot(t)["sub/old.txt"], original);
   EXPECT_FALSE(exists(t + "/created.txt"));
+}
+
+// The move itself fails (the backup subdirectory, made earlier in the run,
+// was replaced by a plain file): the run must fail, the file must stay.
+TEST(RollbackTest, FailedMoveAsideFailsTheRunAndKeepsTheFile) {
+  Sandbox box;
+  const std::string t = box.target() + "/";
+  ASSERT_EQ(mkdir((t + "other").c_str(), 0755), 0);
+  write_file(t + "other/b.txt", "original");
+  Rollback rb;
+  ASSERT_EQ(rb.start(box.targetDir()), 0u);
+  const std::string backup = narrow_lib(rb.records().back().backupDir);
+  ASSERT_EQ(rb.makeBackupDirectoryTree(w(backup + "other")), 0u);
+  ASSERT_EQ(rmdir((backup + "other").c_str()), 0);
+  write_file(backup + "other", "in the way");
+
+  EXPECT_EQ(rb.storeRBFile(w(t + "other/b.txt")), ERROR_CANTWRITE);
+  EXPECT_EQ(read_file(t + "other/b.txt"), "original");
+  EXPECT_EQ(rb.rollback(4), 4u);
+  EXPECT_EQ(read_file(t + "other/b.txt"), "original");
+  EXPECT_TRUE(box.backups().empty());
 }
 
 TEST(RollbackTest, RollbackRestoresOldFilesAndRemovesOnlyWhatTheRunMade) {
