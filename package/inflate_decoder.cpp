@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <memory>
 
 #ifdef TPL_HAVE_ISAL
@@ -88,50 +89,289 @@ InflateOutcome inflate_zlib(const uint8_t* data, uint64_t size, InflateSink& sin
 }
 
 #ifdef TPL_HAVE_ISAL
-InflateOutcome inflate_isal(const uint8_t* data, uint64_t size, InflateSink& sink,
-                            size_t chunkSize) {
-  InflateOutcome outcome;
-  auto state = std::make_unique<inflate_state>();
-  isal_inflate_init(state.get());
-  state->crc_flag = ISAL_DEFLATE;
-  state->hist_bits = 0;  // the full 32 KiB window
-  InputFeed feed(data, size);
-  const uint8_t* start = nullptr;
-  state->avail_in = feed.next(start);
-  state->next_in = const_cast<uint8_t*>(start);
-  auto buffer = std::make_unique<uint8_t[]>(chunkSize);
-  for (;;) {
-    if (state->avail_in == 0 && !feed.exhausted()) {
-      state->avail_in = feed.next(start);
-      state->next_in = const_cast<uint8_t*>(start);
+// The SIMD engine decodes the block contents; zlib keeps the last word on
+// what is valid. Each block header is first read by zlib (which stops right
+// after it), so a header zlib refuses is refused here at the same point,
+// and a stream cut inside a header ends the same way. Blocks whose codes
+// the SIMD engine treats differently (fixed codes, which reserve unusable
+// symbols, and codes with fewer than two symbols) are decoded by zlib
+// itself; every other block goes to the SIMD engine as a stream of its own,
+// with the preceding 32 KiB of output as history and its "last block" bit
+// set, so it stops exactly at the block's end.
+class BlockwiseInflater {
+ public:
+  BlockwiseInflater(const uint8_t* data, uint64_t size, InflateSink& sink, size_t chunkSize)
+      : m_data(data), m_size(size), m_sink(sink), m_chunk(chunkSize),
+        m_buffer(new uint8_t[kWindow + chunkSize]), m_saved(new uint8_t[kWindow]),
+        m_isal(new inflate_state) {}
+
+  InflateOutcome run() {
+    if (inflateInit2(&m_zs, -MAX_WBITS) != Z_OK) {
+      m_outcome.code = ERROR_INVALID_DATA;
+      return m_outcome;
     }
-    uint32_t inBefore = state->avail_in;
-    state->next_out = buffer.get();
-    state->avail_out = static_cast<uint32_t>(chunkSize);
-    int result = isal_inflate(state.get());
-    size_t produced = chunkSize - state->avail_out;
-    if (produced != 0) {
-      sink.write(buffer.get(), produced);
-      outcome.written += produced;
+    isal_inflate_init(m_isal.get());
+    uint64_t position = 0;  // in bits
+    for (;;) {
+      Step step = probeHeader(position);
+      if (step == Step::kBlockDone) {
+        bool last = (bitAt(position) & 1) != 0;
+        unsigned type = bitAt(position + 1) | bitAt(position + 2) << 1;
+        bool viaZlib = type == 1 || (type == 2 && fewSymbols(position + 3));
+        saveHistory();
+        if (viaZlib) {
+          step = zlibBlock(position, 0);
+        } else {
+          uint64_t before = m_total;
+          step = isalBlock(position);
+          // A block the SIMD engine did not finish (the input ends inside
+          // it, or it found an error) is decoded again by zlib, which has
+          // the last word on how much of it is valid; what the SIMD engine
+          // already gave out is skipped.
+          if (step != Step::kBlockDone) step = zlibBlock(position, m_total - before);
+        }
+        if (step == Step::kBlockDone && last) {
+          m_outcome.reachedEnd = true;
+          break;
+        }
+      }
+      if (step == Step::kFailed) m_outcome.code = ERROR_INVALID_DATA;
+      if (step != Step::kBlockDone) break;
     }
-    if (result != ISAL_DECOMP_OK) {
-      outcome.code = ERROR_INVALID_DATA;
-      break;
+    flush();
+    inflateEnd(&m_zs);
+    return m_outcome;
+  }
+
+ private:
+  static constexpr size_t kWindow = 32768;
+  enum class Step { kBlockDone, kInputEnded, kFailed };
+
+  unsigned bitAt(uint64_t bit) const {
+    uint64_t byte = bit >> 3;
+    return byte < m_size ? (m_data[byte] >> (bit & 7)) & 1 : 0;
+  }
+
+  // Output goes to m_buffer after a window of history; a full chunk goes to
+  // the sink and the newest 32 KiB slide to the front.
+  uint8_t* out() { return m_buffer.get() + kWindow + m_fill; }
+  size_t room() const { return m_chunk - m_fill; }
+  void produced(size_t n) {
+    m_fill += n;
+    m_total += n;
+    if (m_fill == m_chunk) flush();
+  }
+  void flush() {
+    if (m_fill == 0) return;
+    m_sink.write(m_buffer.get() + kWindow, m_fill);
+    m_outcome.written += m_fill;
+    std::memmove(m_buffer.get(), m_buffer.get() + m_fill, kWindow);
+    m_fill = 0;
+  }
+  size_t historySize() const { return static_cast<size_t>(std::min<uint64_t>(m_total, kWindow)); }
+  // The history as it stands at the start of a block, kept for the block.
+  void saveHistory() {
+    m_savedSize = historySize();
+    std::memcpy(m_saved.get(), out() - m_savedSize, m_savedSize);
+  }
+
+  uint32_t inputFrom(const uint8_t* next) const {
+    return static_cast<uint32_t>(std::min<uint64_t>(m_size - (next - m_data), kMaxSlice));
+  }
+
+  // zlib reads the header at `position` and stops at its end. kBlockDone
+  // here means "header complete"; kInputEnded that the input ends inside it.
+  Step probeHeader(uint64_t position) {
+    inflateReset(&m_zs);
+    uint64_t byte = position >> 3;
+    unsigned shift = position & 7;
+    if (byte >= m_size) return Step::kInputEnded;
+    const uint8_t* next = m_data + byte;
+    if (shift != 0) {
+      inflatePrime(&m_zs, int(8 - shift), m_data[byte] >> shift);
+      ++next;
     }
-    if (state->block_state == ISAL_BLOCK_FINISH) {
-      outcome.reachedEnd = true;
-      break;
+    m_zs.next_in = const_cast<Bytef*>(next);
+    m_zs.avail_in = inputFrom(next);
+    uint8_t none;
+    m_zs.next_out = &none;
+    m_zs.avail_out = 1;
+    for (;;) {
+      int result = inflate(&m_zs, Z_TREES);
+      if (result == Z_DATA_ERROR || result == Z_MEM_ERROR || result == Z_STREAM_ERROR)
+        return Step::kFailed;
+      if (m_zs.data_type & 256) return Step::kBlockDone;
+      if (m_zs.avail_in != 0) return Step::kFailed;  // cannot happen: no progress with input left
+      if (!refill()) return Step::kInputEnded;
     }
-    if (state->avail_out != 0) {
-      if (state->avail_in == 0 && feed.exhausted()) break;  // input ended early
-      if (state->avail_in == inBefore && produced == 0) {
-        // Neither input taken nor output made: nothing more can come.
-        outcome.code = ERROR_INVALID_DATA;
-        break;
+  }
+
+  bool refill() {
+    const uint8_t* next = m_zs.next_in;
+    if (uint64_t(next - m_data) >= m_size) return false;
+    m_zs.avail_in = inputFrom(next);
+    return true;
+  }
+
+  // zlib decodes the block at `position`, its first `skip` output bytes
+  // dropped (they were given out already).
+  Step zlibBlock(uint64_t& position, uint64_t skip) {
+    inflateReset(&m_zs);
+    uint64_t byte = position >> 3;
+    unsigned shift = position & 7;
+    const uint8_t* next = m_data + byte;
+    if (shift != 0) {
+      inflatePrime(&m_zs, int(8 - shift), m_data[byte] >> shift);
+      ++next;
+    }
+    if (m_savedSize != 0)
+      inflateSetDictionary(&m_zs, m_saved.get(), static_cast<uInt>(m_savedSize));
+    m_zs.next_in = const_cast<Bytef*>(next);
+    m_zs.avail_in = uint64_t(next - m_data) < m_size ? inputFrom(next) : 0;
+    for (;;) {
+      m_zs.next_out = out();
+      size_t before = room();
+      m_zs.avail_out = static_cast<uInt>(before);
+      int result = inflate(&m_zs, Z_BLOCK);
+      size_t n = before - m_zs.avail_out;
+      if (skip != 0) {
+        size_t drop = static_cast<size_t>(std::min<uint64_t>(skip, n));
+        std::memmove(out(), out() + drop, n - drop);
+        skip -= drop;
+        n -= drop;
+      }
+      produced(n);
+      if (result == Z_STREAM_END) return Step::kBlockDone;
+      // End of the block. A block whose last codes were already in zlib's
+      // bit buffer ends without taking input or giving output, which zlib
+      // reports as Z_BUF_ERROR.
+      if ((result == Z_OK || result == Z_BUF_ERROR) && (m_zs.data_type & 128)) {
+        position = uint64_t(m_zs.next_in - m_data) * 8 - (m_zs.data_type & 7);
+        return Step::kBlockDone;
+      }
+      bool inputLeft = m_zs.avail_in != 0 || uint64_t(m_zs.next_in - m_data) < m_size;
+      if (result == Z_BUF_ERROR && !inputLeft) return Step::kInputEnded;
+      if (result != Z_OK) return Step::kFailed;
+      if (m_zs.avail_in == 0 && !refill() && m_zs.avail_out != 0) return Step::kInputEnded;
+    }
+  }
+
+  // The SIMD engine decodes the block at `position` as a stream of its own.
+  Step isalBlock(uint64_t& position) {
+    inflate_state* st = m_isal.get();
+    isal_inflate_reset(st);
+    st->crc_flag = ISAL_DEFLATE;
+    st->hist_bits = 0;
+    if (m_savedSize != 0)
+      isal_inflate_set_dict(st, m_saved.get(), static_cast<uint32_t>(m_savedSize));
+    uint64_t byte = position >> 3;
+    unsigned shift = position & 7;
+    st->read_in = (uint64_t(m_data[byte]) >> shift) | 1;  // the "last block" bit
+    st->read_in_length = int32_t(8 - shift);
+    st->next_in = const_cast<uint8_t*>(m_data + byte + 1);
+    st->avail_in = inputFrom(st->next_in);
+    for (;;) {
+      uint32_t inBefore = st->avail_in;
+      size_t before = room();
+      st->next_out = out();
+      st->avail_out = static_cast<uint32_t>(before);
+      int result = isal_inflate(st);
+      size_t n = before - st->avail_out;
+      produced(n);
+      if (result != ISAL_DECOMP_OK) return Step::kFailed;
+      if (st->block_state == ISAL_BLOCK_FINISH) {
+        position = uint64_t(st->next_in - m_data) * 8 - uint64_t(st->read_in_length);
+        return Step::kBlockDone;
+      }
+      if (st->avail_in == 0) {
+        if (uint64_t(st->next_in - m_data) < m_size) {
+          st->avail_in = inputFrom(st->next_in);
+          continue;
+        }
+        if (st->avail_out != 0) return Step::kInputEnded;
+      } else if (st->avail_out != 0 && st->avail_in == inBefore && n == 0) {
+        return Step::kFailed;  // no progress with input left
       }
     }
   }
-  return outcome;
+
+  // Whether the dynamic block whose header follows bit `position` (after
+  // the three block-type bits) codes fewer than two literal/length symbols
+  // or fewer than two distances. zlib has accepted the header already.
+  bool fewSymbols(uint64_t position) const {
+    auto bits = [&](unsigned count) {
+      unsigned v = 0;
+      for (unsigned i = 0; i < count; ++i) v |= bitAt(position++) << i;
+      return v;
+    };
+    static const uint8_t kOrder[19] = {16, 17, 18, 0, 8, 7, 9, 6, 10, 5,
+                                       11, 4, 12, 3, 13, 2, 14, 1, 15};
+    unsigned nlen = bits(5) + 257, ndist = bits(5) + 1, ncode = bits(4) + 4;
+    uint8_t codeLengths[19] = {};
+    for (unsigned i = 0; i < ncode; ++i) codeLengths[kOrder[i]] = uint8_t(bits(3));
+    // Canonical codes of the code-length alphabet, read bit by bit.
+    unsigned count[8] = {}, first[8] = {}, index[8] = {};
+    uint8_t symbols[19];
+    for (unsigned s = 0; s < 19; ++s) ++count[codeLengths[s]];
+    count[0] = 0;
+    unsigned code = 0, offset = 0;
+    for (unsigned len = 1; len < 8; ++len) {
+      code = (code + count[len - 1]) << 1;
+      first[len] = code;
+      index[len] = offset;
+      offset += count[len];
+    }
+    unsigned fill[8] = {};
+    for (unsigned s = 0; s < 19; ++s)
+      if (unsigned len = codeLengths[s]) symbols[index[len] + fill[len]++] = uint8_t(s);
+    auto symbol = [&]() -> int {
+      unsigned c = 0;
+      for (unsigned len = 1; len < 8; ++len) {
+        c = c << 1 | bitAt(position++);
+        if (c - first[len] < count[len]) return symbols[index[len] + (c - first[len])];
+      }
+      return -1;
+    };
+    unsigned litSymbols = 0, distSymbols = 0, previous = 0;
+    for (unsigned i = 0; i < nlen + ndist;) {
+      int s = symbol();
+      if (s < 0) return true;
+      unsigned repeat = 1, length = unsigned(s);
+      if (s == 16) {
+        repeat = 3 + bits(2);
+        length = previous;
+      } else if (s == 17) {
+        repeat = 3 + bits(3);
+        length = 0;
+      } else if (s == 18) {
+        repeat = 11 + bits(7);
+        length = 0;
+      }
+      for (; repeat != 0 && i < nlen + ndist; --repeat, ++i) {
+        if (length != 0) ++(i < nlen ? litSymbols : distSymbols);
+      }
+      previous = length;
+    }
+    return litSymbols < 2 || distSymbols < 2;
+  }
+
+  const uint8_t* m_data;
+  uint64_t m_size;
+  InflateSink& m_sink;
+  size_t m_chunk;
+  std::unique_ptr<uint8_t[]> m_buffer;
+  size_t m_fill = 0;
+  uint64_t m_total = 0;
+  std::unique_ptr<uint8_t[]> m_saved;
+  size_t m_savedSize = 0;
+  std::unique_ptr<inflate_state> m_isal;
+  z_stream m_zs{};
+  InflateOutcome m_outcome;
+};
+
+InflateOutcome inflate_isal(const uint8_t* data, uint64_t size, InflateSink& sink,
+                            size_t chunkSize) {
+  return BlockwiseInflater(data, size, sink, chunkSize).run();
 }
 #endif
 
