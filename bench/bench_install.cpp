@@ -47,6 +47,19 @@ namespace {
 
 constexpr int64_t kOneDayTicks = int64_t(86400) * 10000000;
 
+// User + system seconds of this process and of the children it waited for
+// (the shell commands).
+double cpu_seconds() {
+  double total = 0;
+  for (int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+    struct rusage u;
+    getrusage(who, &u);
+    total += double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
+             double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) * 1e-6;
+  }
+  return total;
+}
+
 double now() {
   struct timespec ts;
   clock_gettime(CLOCK_MONOTONIC, &ts);
@@ -107,29 +120,44 @@ std::string verbs_json(const std::map<std::string, unsigned long>& verbs) {
   return out + "}";
 }
 
+// Highest resident set seen by any phase so far. Lowering VmHWM for each
+// phase also lowers what getrusage would report, so the process peak is
+// kept here.
+uint64_t g_processPeakKib = 0;
+
+void note_process_peak() {
+  uint64_t hwm = bench::status_kib("VmHWM");
+  if (hwm > g_processPeakKib) g_processPeakKib = hwm;
+}
+
 // Shell commands, heap and resident-set figures of one phase.
 class PhaseMeter {
  public:
   void begin() {
+    note_process_peak();
     bench::reset_spawned();
     m_commands = shell_command_count();
     bench::reset_heap_peak();
     m_heapStart = bench::heap_in_use();
     m_rssResettable = bench::reset_rss_peak();
     m_rssStart = bench::status_kib("VmRSS");
+    m_cpu = cpu_seconds();
     m_start = now();
   }
   double end() {
     m_seconds = now() - m_start;
+    m_cpu = cpu_seconds() - m_cpu;
     m_commands = shell_command_count() - m_commands;
     m_verbs = bench::spawned_verbs();
     m_heapPeak = bench::heap_peak();
     m_rssPeak = bench::status_kib("VmHWM");
+    note_process_peak();
     return m_seconds;
   }
   double started() const { return m_start; }
   void report(Record& r) const {
     r.add("seconds", m_seconds)
+        .add("cpu_seconds", m_cpu)
         .add("commands", uint64_t(m_commands))
         .raw("command_verbs", verbs_json(m_verbs))
         .add("heap_start_bytes", m_heapStart)
@@ -140,7 +168,7 @@ class PhaseMeter {
   }
 
  private:
-  double m_start = 0, m_seconds = 0;
+  double m_start = 0, m_seconds = 0, m_cpu = 0;
   unsigned long m_commands = 0;
   std::map<std::string, unsigned long> m_verbs;
   uint64_t m_heapStart = 0, m_heapPeak = 0, m_rssStart = 0, m_rssPeak = 0;
@@ -457,8 +485,7 @@ int main(int argc, char** argv) {
     meter.report(r);
     r.print();
   }
-  struct rusage usage;
-  getrusage(RUSAGE_SELF, &usage);
-  Record("process").add("max_rss_kib", uint64_t(usage.ru_maxrss)).print();
+  note_process_peak();
+  Record("process").add("max_rss_kib", g_processPeakKib).print();
   return ok ? 0 : 1;
 }
