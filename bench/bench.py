@@ -221,8 +221,8 @@ def bench_shape(shape, args, tools, scratch_root):
             raise SystemExit("package load failed: %s" % rows["load"][0]["error"])
         return o, rows
 
-    def ours(kind, flag, i, where=None):
-        o, rows = driver(flag, target(where or kind, i))
+    def ours(kind, flag, i, where=None, before=()):
+        o, rows = driver(*before, flag, target(where or kind, i))
         load, unload = rows["load"][0], rows["unload"][0]
         res.facts.setdefault("load_row", load)
         res.add("load", load["seconds"], cpu=load["cpu_seconds"], rss=load["rss_peak_kib"], heap=load["heap_peak_bytes"],
@@ -270,7 +270,8 @@ def bench_shape(shape, args, tools, scratch_root):
         res.add("e2e", o.seconds, cpu=o.cpu, rss=o.maxrss_kib)
 
     steps = [("fresh", lambda i: ours("fresh", "--fresh", i)),
-             ("floor", lambda i: ours("floor", "--floor", i))]
+             ("floor", lambda i: ours("floor", "--floor", i)),
+             ("floorfull", lambda i: ours("floorfull", "--floor", i, before=("--floor-reads", "full")))]
     if tools["tar"] and tools["gzip"]:
         steps.append(("tar", tar_step))
     else:
@@ -311,11 +312,12 @@ def bench_shape(shape, args, tools, scratch_root):
     log("%s over older: %s" % (shape, " ".join("%.3f" % s for s in res.samples["older"])))
 
     # Checks, after all timing: our copies byte for byte, the others by name and size.
-    o, rows = driver("--verify", target("fresh", 0), "--verify", target("older", 0), "--verify", target("floor", 0))
+    o, rows = driver("--verify", target("fresh", 0), "--verify", target("older", 0), "--verify", target("floor", 0),
+                     "--verify", target("floorfull", 0))
     bad = [r for r in rows["verify"] if r["mismatches"]]
     if bad:
         raise SystemExit("installed copies differ from the package: %s\n%s" % (bad, o.err))
-    res.facts["verified"] = ["fresh", "older", "floor"]
+    res.facts["verified"] = ["fresh", "older", "floor"]  # the second reference copy too
     for kind in ("tar", "unzip"):
         if kind in res.samples:
             why = same_names_and_sizes(reference, target(kind, 0))
@@ -414,7 +416,8 @@ def report(shape, args):
     for key, label in (("fresh", "fresh install: load + copy (pause excluded)"),
                        ("older", "install over an older copy: load + copy (pause excluded)"),
                        ("reinstall", "up-to-date reinstall: load + copy (pause excluded)"),
-                       ("floor", "reference: load + plain-syscall copy, no shell")):
+                       ("floor", "reference: load + plain-syscall copy, no shell"),
+                       ("floorfull", "  the same, each read asking for the whole 1 MiB buffer as the installer's do")):
         if key in s:
             written = x[key]["written"]
             wtext = ("%d" % written[0]) if written[0] is not None and len(set(written)) == 1 else (
@@ -497,12 +500,12 @@ def report(shape, args):
     if f.get("verified"):
         lines.append("Checked after timing: %s." % ", ".join(
             {"fresh": "fresh install byte for byte and time for time", "older": "install over older copy likewise",
-             "floor": "reference copy likewise", "tar": "tar by names and sizes", "unzip": "unzip by names and sizes",
+             "floor": "both reference copies likewise", "tar": "tar by names and sizes", "unzip": "unzip by names and sizes",
              "e2e": "installer -S by names, sizes and times (in ~/%s)" % f.get("e2e_root", "?")}[v]
             for v in f["verified"]))
     if "cleanup_seconds" in f:
         lines.append("Deleting the %d extracted copies afterwards took %.1f s." % (
-            sum(len(v) for k, v in s.items() if k in ("fresh", "floor", "tar", "unzip", "e2e", "older")),
+            sum(len(v) for k, v in s.items() if k in ("fresh", "floor", "floorfull", "tar", "unzip", "e2e", "older")),
             f["cleanup_seconds"]))
     lines.append("")
     return lines

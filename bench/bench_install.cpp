@@ -14,6 +14,10 @@
 //                        written with changed bytes and a time one day older
 //   --verify DIR         check names, sizes, times (100 ns) and contents of
 //                        DIR against the package
+//   --floor-reads exact|full
+//                        how later --floor copies read: just the entry's
+//                        bytes (the default), or the whole buffer each time
+//                        as the installer does
 // One JSON object per phase goes to standard output, the last two being
 // "unload" (the reader deletes its working file) and "process". Installs run with the
 // installer's own final pause, which is timed apart from the copy: the copy
@@ -29,6 +33,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -256,10 +261,16 @@ std::string parent(const std::string& path) {
   return slash == std::string::npos ? std::string() : path.substr(0, slash);
 }
 
+// How the reference copy reads.
+struct CopyStyle {
+  bool readFull = false;  // every read asks for the whole buffer, as the installer's do
+};
+
 // Writes every catalogue file below `dir` with plain system calls, through
 // the reader's copy buffer. `older` flips one byte per 4 KiB and stamps the
 // file one day before the package time. Returns the number of failures.
-size_t plain_copy(PackageReader& reader, const std::string& dir, bool older) {
+size_t plain_copy(PackageReader& reader, const std::string& dir, bool older,
+                  const CopyStyle& style) {
   int src = open(narrow_lib(reader.workingPath).c_str(), O_RDONLY | O_CLOEXEC);
   if (src < 0) return reader.files.size();
   std::set<std::string> made;
@@ -279,12 +290,13 @@ size_t plain_copy(PackageReader& reader, const std::string& dir, bool older) {
     uint64_t left = t.entry->size;
     bool ok = true;
     while (left > 0 && ok) {
-      size_t want = left < reader.bufferSize ? size_t(left) : reader.bufferSize;
+      size_t want = left < reader.bufferSize && !style.readFull ? size_t(left) : reader.bufferSize;
       ssize_t got = pread(src, buffer, want, off_t(offset));
       if (got <= 0) {
         ok = false;
         break;
       }
+      if (uint64_t(got) > left) got = ssize_t(left);
       if (older)
         for (ssize_t i = 0; i < got; i += 4096) buffer[i] ^= 0xFF;
       ok = write(dst, buffer, size_t(got)) == got;
@@ -396,7 +408,8 @@ bool install(PackageReader& reader, const std::string& phase, const std::string&
 int usage() {
   std::fprintf(stderr,
                "usage: bench_install PACKAGE [--fresh DIR] [--reinstall DIR] [--older DIR]\n"
-               "                     [--floor DIR] [--prepare-older DIR] [--verify DIR] ...\n");
+               "                     [--floor DIR] [--prepare-older DIR] [--verify DIR]\n"
+               "                     [--floor-reads exact|full] ...\n");
   return 2;
 }
 
@@ -409,8 +422,9 @@ int main(int argc, char** argv) {
   for (int i = 2; i < argc; i += 2) {
     std::string option = argv[i];
     if (i + 1 >= argc) return usage();
-    static const std::set<std::string> kKnown = {"--fresh",  "--reinstall",     "--older",
-                                                 "--floor",  "--prepare-older", "--verify"};
+    static const std::set<std::string> kKnown = {
+        "--fresh",  "--reinstall", "--older",       "--floor",
+        "--prepare-older", "--verify", "--floor-reads"};
     if (!kKnown.count(option)) return usage();
     std::string dir = argv[i + 1];
     while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
@@ -450,8 +464,11 @@ int main(int argc, char** argv) {
   if (!failure.empty()) return 1;
 
   bool ok = true;
+  CopyStyle style;
   for (const auto& [option, dir] : actions) {
-    if (option == "--fresh") {
+    if (option == "--floor-reads") {
+      style.readFull = dir == "full";
+    } else if (option == "--fresh") {
       ok = install(reader, "fresh", dir) && ok;
     } else if (option == "--reinstall") {
       ok = install(reader, "reinstall", dir) && ok;
@@ -460,11 +477,13 @@ int main(int argc, char** argv) {
     } else if (option == "--floor" || option == "--prepare-older") {
       bool older = option == "--prepare-older";
       meter.begin();
-      size_t failures = plain_copy(reader, dir, older);
+      size_t failures = plain_copy(reader, dir, older, older ? CopyStyle() : style);
       meter.end();
       Record r(older ? "prepare-older" : "floor");
       r.add("dir", dir);
       meter.report(r);
+      if (!older)
+        r.add("reads", style.readFull ? "full" : "exact");
       r.add("failures", uint64_t(failures)).add("files", uint64_t(reader.files.size()));
       r.print();
       ok = failures == 0 && ok;
