@@ -154,10 +154,13 @@ class HeadlessInstall {
   // Runs on the worker after each published state.
   static void wake(void* self) {
     auto* me = static_cast<HeadlessInstall*>(self);
+    {
+      std::lock_guard<std::mutex> lock(me->m_mutex);
+      ++me->m_changes;
+      me->m_changed.notify_one();
+    }
+    // Tests make each file take this long, after its state became visible.
     if (me->m_testStateDelayMs) usleep(me->m_testStateDelayMs * 1000);
-    std::lock_guard<std::mutex> lock(me->m_mutex);
-    ++me->m_changes;
-    me->m_changed.notify_one();
   }
 
   // Sleeps until the worker publishes its outcome (or its run returns).

@@ -320,8 +320,9 @@ void CInstallerDlg::on_buttonNext_clicked(GtkWidget*, void* dialog) {
 
 void CInstallerDlg::wake_gui(void* dialog) {
   auto* self = static_cast<CInstallerDlg*>(dialog);
-  if (self->m_testStateDelayMs) g_usleep(gulong(self->m_testStateDelayMs) * 1000);
   g_main_context_wakeup(nullptr);
+  // Tests make each file take this long, after its state became visible.
+  if (self->m_testStateDelayMs) g_usleep(gulong(self->m_testStateDelayMs) * 1000);
 }
 
 bool CInstallerDlg::updateProgress(void* dialog) {
@@ -367,12 +368,19 @@ void CInstallerDlg::showProgressPage() {
     return;
   }
 
+  // Each turn blocks until an event or the worker's wake-up. The page is
+  // touched only when the percentage moved: redrawing it unchanged would
+  // queue new events and keep the loop spinning.
   unsigned state = 0;
   std::u16string message;
   int percent = 0;
+  int shown = -1;
   for (;;) {
     m_installData.getInstallState(state, message, percent);
-    m_progressPage->setProgress(percent);
+    if (percent != shown) {
+      m_progressPage->setProgress(percent);
+      shown = percent;
+    }
     if (state != 0 || percent >= 100 || m_runDone) break;
     gtk_main_iteration();
   }

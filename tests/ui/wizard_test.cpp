@@ -359,6 +359,37 @@ TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
   EXPECT_TRUE(tmpEntries().empty()) << "the working file goes with the dialog";
 }
 
+TEST_F(Flow, ProgressFollowsEveryPublishedStateWithNoOtherEvent) {
+  // Eight files: the run publishes 0, 12, 25, 37, 50, 62, 75, 87 and 100 percent, each
+  // followed by a pause in which nothing else happens on the display; only
+  // the worker's wake-up can get the loop to show the next state.
+  for (int i = 0; i < 5; ++i) source("f" + std::to_string(i), "x");  // and three from SetUp
+  buildPackage({{"en", "P", "V", ""}});
+  testsupport::ScopedEnv slow("TPL_TEST_STATE_DELAY_MS", "150");
+  CInstallerDlg& dialog = start();
+  toDirectoryPage(m_root / "dest");
+  struct Ctx {
+    CInstallerDlg* dialog;
+    std::vector<double> seen;
+    static void onFraction(GObject* bar, GParamSpec*, gpointer self) {
+      auto& seen = static_cast<Ctx*>(self)->seen;
+      const double f = gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(bar));
+      if (f > 0 && (seen.empty() || seen.back() != f)) seen.push_back(f);
+    }
+  } ctx{&dialog, {}};
+  // Fires once, inside the progress loop, as soon as the page exists.
+  gdk_threads_add_timeout(1, [](gpointer p) -> gboolean {
+    auto* c = static_cast<Ctx*>(p);
+    if (!c->dialog->progressPage()) return TRUE;
+    g_signal_connect(c->dialog->progressPage()->bar(), "notify::fraction",
+                     G_CALLBACK(&Ctx::onFraction), c);
+    return FALSE;
+  }, &ctx);
+  CLICK(dialog.widgets().next);
+  EXPECT_EQ(dialog.step(), CInstallerDlg::kStepSuccess);
+  EXPECT_EQ(ctx.seen, (std::vector<double>{0.12, 0.25, 0.37, 0.5, 0.62, 0.75, 0.87, 1.0}));
+}
+
 TEST_F(Flow, FailedRunShowsTheErrorThenTheErrorPage) {
   buildPackage({{"en", "P", "V", "/docs/read me $HOME \"1\".html"}});
   const std::string old = m_root / "old";
