@@ -79,6 +79,7 @@ std::string mixed_stream(const std::string& data) {
 
 TEST(LZCompressorTest, UnpackContract) {
   TempDir dir;
+  ScopedEnv tmp("TMPDIR", dir.path());
   std::string exact = text_bytes(2 * 32768, 1);
   std::string repeated = text_bytes(40000, 2) + text_bytes(40000, 2);
   struct Case {
@@ -115,6 +116,7 @@ TEST(LZCompressorTest, UnpackContract) {
 
 TEST(LZCompressorTest, OpenFailuresAndPack) {
   TempDir dir;
+  ScopedEnv tmp("TMPDIR", dir.path());
   write_file(dir / "p.tpk", deflate_raw("abc"));
   // A missing source: file-not-found, and no destination appears.
   EXPECT_EQ(LZCompressor::unpack(widen_lib(dir / "missing"), widen_lib(dir / "w")), 2u);
