@@ -90,14 +90,21 @@ InflateOutcome inflate_zlib(const uint8_t* data, uint64_t size, InflateSink& sin
 
 #ifdef TPL_HAVE_ISAL
 // The SIMD engine decodes the block contents; zlib keeps the last word on
-// what is valid. Each block header is first read by zlib (which stops right
-// after it), so a header zlib refuses is refused here at the same point,
-// and a stream cut inside a header ends the same way. Blocks whose codes
-// the SIMD engine treats differently (fixed codes, which reserve unusable
-// symbols, and codes with fewer than two symbols) are decoded by zlib
-// itself; every other block goes to the SIMD engine as a stream of its own,
-// with the preceding 32 KiB of output as history and its "last block" bit
-// set, so it stops exactly at the block's end.
+// what is valid, so both engines give the same verdict and the same bytes:
+// - every block header is first read by zlib, which stops right after it,
+//   so a header zlib refuses is refused at the same point, and a stream cut
+//   inside a header ends the same way;
+// - blocks with fixed codes (which hold unusable symbols) and blocks with a
+//   code of fewer than two symbols (the only incomplete codes zlib accepts)
+//   are decoded by zlib, under its rules for unusable codes;
+// - every other block goes to the SIMD engine as a stream of its own, with
+//   the preceding 32 KiB of output as history and its "last block" bit set,
+//   so it stops exactly at the block's end;
+// - a block the SIMD engine does not finish (input cut short, or an error)
+//   is decoded again by zlib, whose verdict and bytes stand;
+// - after a small block, zlib runs through the next stretch of blocks in one
+//   go, since setting the SIMD engine up per block would cost more than it
+//   saves (and a stream of tiny blocks stays as fast as zlib).
 class BlockwiseInflater {
  public:
   BlockwiseInflater(const uint8_t* data, uint64_t size, InflateSink& sink, size_t chunkSize)
@@ -112,29 +119,37 @@ class BlockwiseInflater {
     }
     isal_inflate_init(m_isal.get());
     uint64_t position = 0;  // in bits
+    uint64_t zlibSpan = 0;  // output left to zlib before the SIMD engine is tried again
     for (;;) {
-      Step step = probeHeader(position);
-      if (step == Step::kBlockDone) {
-        bool last = (bitAt(position) & 1) != 0;
-        unsigned type = bitAt(position + 1) | bitAt(position + 2) << 1;
-        bool viaZlib = type == 1 || (type == 2 && fewSymbols(position + 3));
-        saveHistory();
-        if (viaZlib) {
-          step = zlibBlock(position, 0);
-        } else {
-          uint64_t before = m_total;
-          step = isalBlock(position);
-          // A block the SIMD engine did not finish (the input ends inside
-          // it, or it found an error) is decoded again by zlib, which has
-          // the last word on how much of it is valid; what the SIMD engine
-          // already gave out is skipped.
-          if (step != Step::kBlockDone) step = zlibBlock(position, m_total - before);
-        }
-        if (step == Step::kBlockDone && last) {
-          m_outcome.reachedEnd = true;
-          break;
+      Step step;
+      if (zlibSpan != 0) {
+        step = zlibBlocks(position, 0, zlibSpan, false);
+        zlibSpan = 0;
+      } else {
+        step = probeHeader(position);
+        if (step == Step::kBlockDone) {
+          bool last = (bitAt(position) & 1) != 0;
+          unsigned type = bitAt(position + 1) | bitAt(position + 2) << 1;
+          if (type == 1 || (type == 2 && fewSymbols(position + 3))) {
+            step = zlibBlocks(position, 0, kZlibSpan, false);
+          } else {
+            saveHistory();
+            uint64_t before = m_total;
+            step = isalBlock(position, last);
+            // A block the SIMD engine did not finish (the input ends inside
+            // it, or it found an error) is decoded again by zlib, which has
+            // the last word on how much of it is valid; what the SIMD engine
+            // already gave out is skipped.
+            if (step == Step::kInputEnded || step == Step::kFailed)
+              step = zlibBlocks(position, m_total - before, 0, true);
+            // Small blocks cost the SIMD engine more in setup than it saves:
+            // let zlib run through the next stretch in one go.
+            else if (m_total - before < kSmallBlock)
+              zlibSpan = kZlibSpan;
+          }
         }
       }
+      if (step == Step::kStreamEnd) m_outcome.reachedEnd = true;
       if (step == Step::kFailed) m_outcome.code = ERROR_INVALID_DATA;
       if (step != Step::kBlockDone) break;
     }
@@ -145,7 +160,9 @@ class BlockwiseInflater {
 
  private:
   static constexpr size_t kWindow = 32768;
-  enum class Step { kBlockDone, kInputEnded, kFailed };
+  static constexpr uint64_t kSmallBlock = 32768;
+  static constexpr uint64_t kZlibSpan = 1 << 20;
+  enum class Step { kBlockDone, kStreamEnd, kInputEnded, kFailed };
 
   unsigned bitAt(uint64_t bit) const {
     uint64_t byte = bit >> 3;
@@ -213,9 +230,11 @@ class BlockwiseInflater {
     return true;
   }
 
-  // zlib decodes the block at `position`, its first `skip` output bytes
-  // dropped (they were given out already).
-  Step zlibBlock(uint64_t& position, uint64_t skip) {
+  // zlib decodes from the block at `position` on, its first `skip` output
+  // bytes dropped (they were given out already), up to the first block end
+  // after `span` bytes of output; `saved` takes the history kept by
+  // saveHistory instead of the live one.
+  Step zlibBlocks(uint64_t& position, uint64_t skip, uint64_t span, bool saved) {
     inflateReset(&m_zs);
     uint64_t byte = position >> 3;
     unsigned shift = position & 7;
@@ -224,10 +243,13 @@ class BlockwiseInflater {
       inflatePrime(&m_zs, int(8 - shift), m_data[byte] >> shift);
       ++next;
     }
-    if (m_savedSize != 0)
-      inflateSetDictionary(&m_zs, m_saved.get(), static_cast<uInt>(m_savedSize));
+    size_t historyBytes = saved ? m_savedSize : historySize();
+    if (historyBytes != 0)
+      inflateSetDictionary(&m_zs, saved ? m_saved.get() : out() - historyBytes,
+                           static_cast<uInt>(historyBytes));
     m_zs.next_in = const_cast<Bytef*>(next);
     m_zs.avail_in = uint64_t(next - m_data) < m_size ? inputFrom(next) : 0;
+    uint64_t start = m_total;
     for (;;) {
       m_zs.next_out = out();
       size_t before = room();
@@ -241,13 +263,17 @@ class BlockwiseInflater {
         n -= drop;
       }
       produced(n);
-      if (result == Z_STREAM_END) return Step::kBlockDone;
-      // End of the block. A block whose last codes were already in zlib's
-      // bit buffer ends without taking input or giving output, which zlib
+      if (result == Z_STREAM_END) return Step::kStreamEnd;
+      // A block end. A block whose last codes were already in zlib's bit
+      // buffer ends without taking input or giving output, which zlib
       // reports as Z_BUF_ERROR.
       if ((result == Z_OK || result == Z_BUF_ERROR) && (m_zs.data_type & 128)) {
-        position = uint64_t(m_zs.next_in - m_data) * 8 - (m_zs.data_type & 7);
-        return Step::kBlockDone;
+        if (m_total - start >= span) {
+          position = uint64_t(m_zs.next_in - m_data) * 8 - (m_zs.data_type & 7);
+          return Step::kBlockDone;
+        }
+        if (m_zs.avail_in == 0) refill();
+        continue;
       }
       bool inputLeft = m_zs.avail_in != 0 || uint64_t(m_zs.next_in - m_data) < m_size;
       if (result == Z_BUF_ERROR && !inputLeft) return Step::kInputEnded;
@@ -256,8 +282,9 @@ class BlockwiseInflater {
     }
   }
 
-  // The SIMD engine decodes the block at `position` as a stream of its own.
-  Step isalBlock(uint64_t& position) {
+  // The SIMD engine decodes the block at `position` as a stream of its own
+  // (`last`: the block really is the stream's last).
+  Step isalBlock(uint64_t& position, bool last) {
     inflate_state* st = m_isal.get();
     isal_inflate_reset(st);
     st->crc_flag = ISAL_DEFLATE;
@@ -281,7 +308,7 @@ class BlockwiseInflater {
       if (result != ISAL_DECOMP_OK) return Step::kFailed;
       if (st->block_state == ISAL_BLOCK_FINISH) {
         position = uint64_t(st->next_in - m_data) * 8 - uint64_t(st->read_in_length);
-        return Step::kBlockDone;
+        return last ? Step::kStreamEnd : Step::kBlockDone;
       }
       if (st->avail_in == 0) {
         if (uint64_t(st->next_in - m_data) < m_size) {

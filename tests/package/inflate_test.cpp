@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
@@ -70,6 +71,26 @@ std::string mixed_stream(const std::string& data) {
     zs.avail_in = uInt(i == 5 ? data.size() - 5 * part : part);
     deflate(&zs, i == 5 ? Z_FINISH : Z_BLOCK);
   }
+  out.resize(zs.total_out);
+  deflateEnd(&zs);
+  return out;
+}
+
+// Many tiny blocks (a flush every 40 bytes), then ordinary ones.
+std::string flushed_stream(const std::string& small, const std::string& rest) {
+  z_stream zs{};
+  deflateInit2(&zs, 6, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
+  std::string out((small.size() + rest.size()) * 2 + 65536, '\0');
+  zs.next_out = reinterpret_cast<Bytef*>(&out[0]);
+  zs.avail_out = uInt(out.size());
+  for (size_t i = 0; i < small.size(); i += 40) {
+    zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(small.data() + i));
+    zs.avail_in = uInt(std::min<size_t>(40, small.size() - i));
+    deflate(&zs, Z_SYNC_FLUSH);
+  }
+  zs.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(rest.data()));
+  zs.avail_in = uInt(rest.size());
+  deflate(&zs, Z_FINISH);
   out.resize(zs.total_out);
   deflateEnd(&zs);
   return out;
@@ -163,7 +184,9 @@ TEST(InflateTest, EnginesAgree) {
   std::vector<std::string> inputs;
   std::string text = text_bytes(150000, 5);
   std::string noise = noise_bytes(20000, 6);
-  std::vector<std::string> sound = {mixed_stream(text + noise + text), deflate_raw(""),
+  std::vector<std::string> sound = {mixed_stream(text + noise + text),
+                                    flushed_stream(text_bytes(1200000, 9), text + noise),
+                                    deflate_raw(""),
                                     deflate_raw("a"), deflate_raw(noise, 0),
                                     deflate_raw(text, 1, Z_FIXED), deflate_raw(text, 9, Z_RLE)};
   for (const std::string& s : sound) {
