@@ -209,8 +209,8 @@ int CInstallerApp::InitInstance() {
                  std::getenv("DISPLAY") && *std::getenv("DISPLAY") ? "not reachable" : "not set");
     return 1;
   }
-  CInstallerDlg dialog(m_argc, m_argv, options.silent, narrow_lib(m_title),
-                       options.languageCode, options.useCwd);
+  CInstallerDlg dialog(m_argc, m_argv, options.silent, narrow_lib(m_title), options.languageCode,
+                       options.useCwd);
   dialog.DoModal();
   return 0;
 }

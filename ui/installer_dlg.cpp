@@ -236,7 +236,8 @@ void CInstallerDlg::processCancel() {
   if (installing && (m_runOver || m_installData.isCancelled())) return;
   if (m_confirmCancel) {
     m_asking = true;
-    const unsigned answer = messageBox(this, LoadResString("IDS_ACCEPT_CANCEL"), kMessageBoxQuestion);
+    const unsigned answer =
+        messageBox(this, LoadResString("IDS_ACCEPT_CANCEL"), kMessageBoxQuestion);
     m_asking = false;
     if (answer != kAnswerYes) return;
   }
@@ -420,8 +421,8 @@ void CInstallerDlg::recordTemplateDir() {
 void CInstallerDlg::showSuccessFinalPage() {
   m_step = kStepSuccess;
   if (!m_successPage) {
-    m_successPage =
-        std::make_unique<SuccessFinalPage>(m_fixed, m_sideImage, LoadResString("IDS_SUCCESS_FINISH"));
+    m_successPage = std::make_unique<SuccessFinalPage>(m_fixed, m_sideImage,
+                                                       LoadResString("IDS_SUCCESS_FINISH"));
   }
   setFinishButtons();
   setCurPage(m_successPage.get());

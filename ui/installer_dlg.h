@@ -102,7 +102,9 @@ class CInstallerDlg : public CWnd {
     GtkWidget* next;
     GtkWidget* cancel;
   };
-  Widgets widgets() const { return {m_mainWindow, m_fixed, m_buttonBack, m_buttonNext, m_buttonCancel}; }
+  Widgets widgets() const {
+    return {m_mainWindow, m_fixed, m_buttonBack, m_buttonNext, m_buttonCancel};
+  }
   unsigned step() const { return m_step; }
   WizardDialogPage* currentPage() const { return m_curPage; }
   DirSelectPage* dirSelectPage() const { return m_dirPage.get(); }

@@ -32,12 +32,13 @@ void trace_box(const std::string& text) {
 
 int run_real_box(GtkMessageType type, GtkButtonsType buttons, const std::string& title,
                  const std::string& text) {
-  GtkWidget* box = gtk_message_dialog_new(nullptr, GTK_DIALOG_MODAL, type, buttons, "%s",
-                                          text.c_str());
+  GtkWidget* box =
+      gtk_message_dialog_new(nullptr, GTK_DIALOG_MODAL, type, buttons, "%s", text.c_str());
   if (!title.empty()) gtk_window_set_title(GTK_WINDOW(box), title.c_str());
   gtk_window_set_position(GTK_WINDOW(box), GTK_WIN_POS_CENTER);
   // Return on a question keeps things as they are.
-  if (buttons == GTK_BUTTONS_YES_NO) gtk_dialog_set_default_response(GTK_DIALOG(box), GTK_RESPONSE_NO);
+  if (buttons == GTK_BUTTONS_YES_NO)
+    gtk_dialog_set_default_response(GTK_DIALOG(box), GTK_RESPONSE_NO);
   int response = gtk_dialog_run(GTK_DIALOG(box));
   gtk_widget_destroy(box);
   return response;
@@ -80,7 +81,8 @@ unsigned messageBox(CWnd* owner, const std::u16string& text, unsigned flags) {
   const std::string body = narrow_lib(text);
   trace_box(body);
   const MessageBoxHook& hook = message_box_hook();
-  const int response = hook ? hook(type, buttons, title, body) : run_real_box(type, buttons, title, body);
+  const int response =
+      hook ? hook(type, buttons, title, body) : run_real_box(type, buttons, title, body);
   return message_box_answer(response);
 }
 

@@ -2,8 +2,8 @@
 // ctest runs it through tests/with-xvfb.sh.
 #pragma once
 
-#include <gtk/gtk.h>
 #include <gtest/gtest.h>
+#include <gtk/gtk.h>
 
 #include <functional>
 #include <string>

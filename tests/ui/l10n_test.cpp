@@ -30,8 +30,8 @@ const Language kLanguages[] = {
 // are drawn cut off. Only these are let through the width check; any other
 // label that does not fit fails the test.
 const char* const kButtonLabelsCutOff[] = {
-    "< Попередня" /* uk, 98 */, "Наступна >" /* uk, 86 */, "Відмінити" /* uk, 73 */,
-    "Напред >" /* bg, 72 */,    "Abbrechen" /* de, 77 */,  "Әрі қарай >" /* kk, 88 */,
+    "< Попередня" /* uk, 98 */, "Наступна >" /* uk, 86 */,  "Відмінити" /* uk, 73 */,
+    "Напред >" /* bg, 72 */,    "Abbrechen" /* de, 77 */,   "Әрі қарай >" /* kk, 88 */,
     "< Quay lại" /* vi, 74 */,  "Tiếp theo >" /* vi, 82 */,
 };
 
@@ -67,7 +67,8 @@ void expect_labels_fit(GtkWidget* window, const std::string& page) {
     GtkAllocation a;
     gtk_widget_get_allocation(label, &a);
     if (!known_cut_off(text)) {
-      EXPECT_LE(w, a.width) << page << ": too wide: \"" << text << "\" (" << w << " > " << a.width << ")";
+      EXPECT_LE(w, a.width) << page << ": too wide: \"" << text << "\" (" << w << " > " << a.width
+                            << ")";
     }
     EXPECT_LE(h, a.height) << page << ": too tall: \"" << text << "\"";
     EXPECT_LE(a.x + a.width, 500) << page << ": off the window: \"" << text << "\"";
@@ -112,22 +113,25 @@ TEST_P(EveryLanguage, EveryPageFitsAndEveryGlyphExists) {
     CInstallerDlg* dialog;
     bool running = false, finished = false;
   } ctx{this, &dialog};
-  guint source = gdk_threads_add_timeout(10, [](gpointer p) -> gboolean {
-    auto* c = static_cast<Ctx*>(p);
-    if (c->dialog->step() != CInstallerDlg::kStepProgress) return TRUE;
-    const double fraction =
-        gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(c->dialog->progressPage()->bar()));
-    GtkWidget* window = c->dialog->widgets().window;
-    if (!c->running && fraction > 0 && fraction < 1) {
-      c->running = true;
-      expect_labels_fit(window, "progress");
-      c->test->shot(window, "3-progress");
-    } else if (!c->finished && fraction >= 1) {
-      c->finished = true;
-      expect_labels_fit(window, "progress, finished");
-    }
-    return TRUE;
-  }, &ctx);
+  guint source = gdk_threads_add_timeout(
+      10,
+      [](gpointer p) -> gboolean {
+        auto* c = static_cast<Ctx*>(p);
+        if (c->dialog->step() != CInstallerDlg::kStepProgress) return TRUE;
+        const double fraction =
+            gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(c->dialog->progressPage()->bar()));
+        GtkWidget* window = c->dialog->widgets().window;
+        if (!c->running && fraction > 0 && fraction < 1) {
+          c->running = true;
+          expect_labels_fit(window, "progress");
+          c->test->shot(window, "3-progress");
+        } else if (!c->finished && fraction >= 1) {
+          c->finished = true;
+          expect_labels_fit(window, "progress, finished");
+        }
+        return TRUE;
+      },
+      &ctx);
   CLICK(dialog.widgets().next);
   g_source_remove(source);
   EXPECT_TRUE(ctx.running && ctx.finished);

@@ -47,8 +47,8 @@ void WizardTest::SetUp() {
   m_oldCwd = cwd;
   ASSERT_EQ(chdir(m_kit.c_str()), 0);
 
-  set_message_box_hook([this](GtkMessageType type, GtkButtonsType buttons,
-                              const std::string& title, const std::string& body) {
+  set_message_box_hook([this](GtkMessageType type, GtkButtonsType buttons, const std::string& title,
+                              const std::string& body) {
     m_boxes.push_back({type, buttons, title, body});
     if (m_answers.empty()) {
       ADD_FAILURE() << "unexpected message box: " << body;
@@ -90,8 +90,7 @@ void WizardTest::buildPackage(const std::vector<Language>& languages) {
   std::vector<std::string> warnings;
   std::string error;
   ASSERT_TRUE(tpk::collect_tree(m_src, "", files, warnings, error)) << error;
-  ASSERT_TRUE(tpk::write_package(m_kit + "/plom8.tpk", header, files, 6, nullptr, error))
-      << error;
+  ASSERT_TRUE(tpk::write_package(m_kit + "/plom8.tpk", header, files, 6, nullptr, error)) << error;
 }
 
 void WizardTest::homeFile(const std::string& relative, const std::string& bytes) {

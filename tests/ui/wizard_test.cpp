@@ -42,8 +42,8 @@ TEST(MessageBox, FlagsChooseKindAndButtonsAndResponsesMapToAnswers) {
     int response;
     unsigned answer;
   } answers[] = {
-      {GTK_RESPONSE_YES, 1},    {GTK_RESPONSE_NO, 2},           {GTK_RESPONSE_OK, 3},
-      {GTK_RESPONSE_CANCEL, 0}, {GTK_RESPONSE_CLOSE, 0},        {GTK_RESPONSE_DELETE_EVENT, 0},
+      {GTK_RESPONSE_YES, 1},    {GTK_RESPONSE_NO, 2},    {GTK_RESPONSE_OK, 3},
+      {GTK_RESPONSE_CANCEL, 0}, {GTK_RESPONSE_CLOSE, 0}, {GTK_RESPONSE_DELETE_EVENT, 0},
       {GTK_RESPONSE_ACCEPT, 0}, {GTK_RESPONSE_NONE, 0},
   };
   TitledOwner owner;
@@ -69,11 +69,11 @@ TEST(MessageBox, FlagsChooseKindAndButtonsAndResponsesMapToAnswers) {
     }
   }
   std::string title = "unset";
-  set_message_box_hook([&](GtkMessageType, GtkButtonsType, const std::string& t,
-                           const std::string&) {
-    title = t;
-    return int(GTK_RESPONSE_OK);
-  });
+  set_message_box_hook(
+      [&](GtkMessageType, GtkButtonsType, const std::string& t, const std::string&) {
+        title = t;
+        return int(GTK_RESPONSE_OK);
+      });
   messageBox(nullptr, u"x", 1);
   EXPECT_EQ(title, "") << "a box without owner has no title of ours";
   set_message_box_hook(nullptr);
@@ -127,16 +127,13 @@ TEST(Pages, ProgressShowsFinishedTextOnlyAtExactlyHundred) {
   struct Case {
     int percent;
     const char* key;
-  } cases[] = {{0, "IDS_PROGRESS_START"},
-               {1, "IDS_PROGRESS_START"},
-               {37, "IDS_PROGRESS_START"},
-               {99, "IDS_PROGRESS_START"},
-               {100, "IDS_INSTALL_FINISH"},
-               {5, "IDS_PROGRESS_START"}};
+  } cases[] = {{0, "IDS_PROGRESS_START"},  {1, "IDS_PROGRESS_START"},   {37, "IDS_PROGRESS_START"},
+               {99, "IDS_PROGRESS_START"}, {100, "IDS_INSTALL_FINISH"}, {5, "IDS_PROGRESS_START"}};
   for (const Case& c : cases) {
     page.setProgress(c.percent);
     EXPECT_EQ(gtktest::LabelText(page.statusLabel()), text(c.key)) << c.percent;
-    EXPECT_DOUBLE_EQ(gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(page.bar())), c.percent / 100.0);
+    EXPECT_DOUBLE_EQ(gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(page.bar())),
+                     c.percent / 100.0);
   }
   EXPECT_EQ(page.widgets().size(), 2u);
 }
@@ -222,7 +219,8 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
 
   CLICK(w.next);
   ASSERT_EQ(dialog.step(), CInstallerDlg::kStepDirectory);
-  EXPECT_EQ(narrow_lib(dialog.dirSelectPage()->getPath()), old) << "the starter's directory is proposed";
+  EXPECT_EQ(narrow_lib(dialog.dirSelectPage()->getPath()), old)
+      << "the starter's directory is proposed";
 
   // Backslashes are read as separators.
   std::string typed = m_root / "dest\\sub";
@@ -232,9 +230,11 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
   ASSERT_EQ(dialog.step(), CInstallerDlg::kStepSuccess);
   EXPECT_TRUE(m_boxes.empty());
   EXPECT_EQ(read_file(dest + "/trade/retail/settings.ini"), "[Company]\nCurrency=EUR\n");
-  EXPECT_DOUBLE_EQ(gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(dialog.progressPage()->bar())), 1.0);
-  EXPECT_EQ(read_file(m_home + "/" + cfgPath()),
-            "ConfigurationTemplatesLocation=" + dest + "\nConfigurationTemplatesLocation=" + old + "\n");
+  EXPECT_DOUBLE_EQ(gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(dialog.progressPage()->bar())),
+                   1.0);
+  EXPECT_EQ(
+      read_file(m_home + "/" + cfgPath()),
+      "ConfigurationTemplatesLocation=" + dest + "\nConfigurationTemplatesLocation=" + old + "\n");
 
   // The final page's buttons, and the check box that starts checked.
   EXPECT_FALSE(gtk_widget_get_visible(w.back));
@@ -266,9 +266,9 @@ TEST_F(Flow, BackEmptyPathAndEscapeAnsweredNoThenYes) {
   CInstallerDlg& dialog = start();
   const auto w = dialog.widgets();
   const std::string proposal = narrow_lib(dialog.targetDirectory());
-  EXPECT_EQ(gtktest::LabelText(dialog.welcomePage()->label()),
-            text("IDS_WELCOME_TITLE") + " " + text("IDS_DEFPRODUCT") + " (" +
-                text("IDS_DEFPROVIDER") + ").");
+  EXPECT_EQ(gtktest::LabelText(dialog.welcomePage()->label()), text("IDS_WELCOME_TITLE") + " " +
+                                                                   text("IDS_DEFPRODUCT") + " (" +
+                                                                   text("IDS_DEFPROVIDER") + ").");
 
   CLICK(w.next);
   CLICK(w.back);
@@ -321,24 +321,27 @@ TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
     CInstallerDlg* dialog;
     int actions;
   } ctx{&dialog, 0};
-  guint source = gdk_threads_add_timeout(15, [](gpointer p) -> gboolean {
-    auto* c = static_cast<Ctx*>(p);
-    const auto w = c->dialog->widgets();
-    if (c->dialog->step() != CInstallerDlg::kStepProgress ||
-        gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(c->dialog->progressPage()->bar())) <= 0)
-      return TRUE;
-    switch (c->actions++) {
-      case 0:
-        gtktest::SendDelete(w.window);
-        return TRUE;
-      case 1:
-        gtk_button_clicked(GTK_BUTTON(w.cancel));
-        return TRUE;
-      default:
-        gtktest::PostKey(w.window, GDK_Escape);
-        return FALSE;
-    }
-  }, &ctx);
+  guint source = gdk_threads_add_timeout(
+      15,
+      [](gpointer p) -> gboolean {
+        auto* c = static_cast<Ctx*>(p);
+        const auto w = c->dialog->widgets();
+        if (c->dialog->step() != CInstallerDlg::kStepProgress ||
+            gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(c->dialog->progressPage()->bar())) <= 0)
+          return TRUE;
+        switch (c->actions++) {
+          case 0:
+            gtktest::SendDelete(w.window);
+            return TRUE;
+          case 1:
+            gtk_button_clicked(GTK_BUTTON(w.cancel));
+            return TRUE;
+          default:
+            gtktest::PostKey(w.window, GDK_Escape);
+            return FALSE;
+        }
+      },
+      &ctx);
   CLICK(dialog.widgets().next);  // returns once the run has rolled back
   if (ctx.actions < 3) g_source_remove(source);
   ASSERT_EQ(ctx.actions, 3);
@@ -378,13 +381,16 @@ TEST_F(Flow, ProgressFollowsEveryPublishedStateWithNoOtherEvent) {
     }
   } ctx{&dialog, {}};
   // Fires once, inside the progress loop, as soon as the page exists.
-  gdk_threads_add_timeout(1, [](gpointer p) -> gboolean {
-    auto* c = static_cast<Ctx*>(p);
-    if (!c->dialog->progressPage()) return TRUE;
-    g_signal_connect(c->dialog->progressPage()->bar(), "notify::fraction",
-                     G_CALLBACK(&Ctx::onFraction), c);
-    return FALSE;
-  }, &ctx);
+  gdk_threads_add_timeout(
+      1,
+      [](gpointer p) -> gboolean {
+        auto* c = static_cast<Ctx*>(p);
+        if (!c->dialog->progressPage()) return TRUE;
+        g_signal_connect(c->dialog->progressPage()->bar(), "notify::fraction",
+                         G_CALLBACK(&Ctx::onFraction), c);
+        return FALSE;
+      },
+      &ctx);
   CLICK(dialog.widgets().next);
   EXPECT_EQ(dialog.step(), CInstallerDlg::kStepSuccess);
   EXPECT_EQ(ctx.seen, (std::vector<double>{0.12, 0.25, 0.37, 0.5, 0.62, 0.75, 0.87, 1.0}));
@@ -496,10 +502,10 @@ TEST_F(Flow, WelcomeTextAndDescriptionFollowTheInterfaceLanguage) {
     std::u16string language;
     std::string product, vendor, document;
   } cases[] = {
-      {u"en", "Prod", "Vend", "/en.html"},              // code differs only in case
-      {u"ru", "Продукт", defVendor, "/en.html"},        // empty document: the English one
-      {u"de", defProduct, "Anbieter", "/de/x.html"},    // "\\" read as "/"
-      {u"kk", defProduct, defVendor, "/en.html"},       // no record at all
+      {u"en", "Prod", "Vend", "/en.html"},            // code differs only in case
+      {u"ru", "Продукт", defVendor, "/en.html"},      // empty document: the English one
+      {u"de", defProduct, "Anbieter", "/de/x.html"},  // "\\" read as "/"
+      {u"kk", defProduct, defVendor, "/en.html"},     // no record at all
   };
   for (const Case& c : cases) {
     CInstallerDlg& dialog = start(c.language);
