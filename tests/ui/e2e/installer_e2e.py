@@ -21,8 +21,8 @@ import tempfile
 import time
 import unittest
 
-BIN = os.environ.get("INSTALLER_BIN", "build/app/installer")
-TPK_BUILD = os.environ.get("TPK_BUILD", "build/tools/tpk-build")
+BIN = os.path.abspath(os.environ.get("INSTALLER_BIN", "build/app/installer"))
+TPK_BUILD = os.path.abspath(os.environ.get("TPK_BUILD", "build/tools/tpk-build"))
 RESOURCES_CPP = os.environ.get("RESOURCES_CPP", "app/resources.cpp")
 ARTIFACTS = os.environ.get("E2E_ARTIFACTS")
 
