@@ -19,10 +19,10 @@
 //                        bytes (the default), or the whole buffer each time
 //                        as the installer does
 // One JSON object per phase goes to standard output, the last two being
-// "unload" (the reader deletes its working file) and "process". Installs run with the
-// installer's own final pause, which is timed apart from the copy: the copy
-// ends when the finished state is published, the pause runs from there to
-// the return of Installer::run.
+// "unload" (the reader deletes its working file) and "process". Installs run
+// with the installer's own final pause, which is timed apart from the copy:
+// the copy ends when the finished state is published, the pause runs from
+// there to the return of Installer::run.
 #include <fcntl.h>
 #include <locale.h>
 #include <sys/resource.h>
@@ -204,7 +204,8 @@ size_t directory_count(const PackageReader& reader) {
   std::set<std::string> dirs;
   for (const config::FileEntry& entry : reader.files) {
     std::string name = entry_name(entry);
-    for (size_t slash = name.find('/'); slash != std::string::npos; slash = name.find('/', slash + 1))
+    for (size_t slash = name.find('/'); slash != std::string::npos;
+         slash = name.find('/', slash + 1))
       dirs.insert(name.substr(0, slash));
   }
   return dirs.size();
@@ -422,9 +423,9 @@ int main(int argc, char** argv) {
   for (int i = 2; i < argc; i += 2) {
     std::string option = argv[i];
     if (i + 1 >= argc) return usage();
-    static const std::set<std::string> kKnown = {
-        "--fresh",  "--reinstall", "--older",       "--floor",
-        "--prepare-older", "--verify", "--floor-reads"};
+    static const std::set<std::string> kKnown = {"--fresh",      "--reinstall",     "--older",
+                                                 "--floor",      "--prepare-older", "--verify",
+                                                 "--floor-reads"};
     if (!kKnown.count(option)) return usage();
     std::string dir = argv[i + 1];
     while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
@@ -482,15 +483,16 @@ int main(int argc, char** argv) {
       Record r(older ? "prepare-older" : "floor");
       r.add("dir", dir);
       meter.report(r);
-      if (!older)
-        r.add("reads", style.readFull ? "full" : "exact");
+      if (!older) r.add("reads", style.readFull ? "full" : "exact");
       r.add("failures", uint64_t(failures)).add("files", uint64_t(reader.files.size()));
       r.print();
       ok = failures == 0 && ok;
     } else {
       size_t bad = verify(reader, dir);
       Record r("verify");
-      r.add("dir", dir).add("mismatches", uint64_t(bad)).add("files", uint64_t(reader.files.size()));
+      r.add("dir", dir)
+          .add("mismatches", uint64_t(bad))
+          .add("files", uint64_t(reader.files.size()));
       r.print();
       ok = bad == 0 && ok;
     }
