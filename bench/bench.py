@@ -441,7 +441,7 @@ def report(shape, args):
         row("  the same less the measured pause", None, values=[v - pause_m for v in s["e2e"]])
     for n in shape.notes:
         lines.append("")
-        lines.append("Not measured: " + n)
+        lines.append("Note: " + n)
     lines.append("")
 
     # Memory.
