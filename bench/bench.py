@@ -511,7 +511,7 @@ def report(shape, args):
     return lines
 
 
-def machine_lines(args, loads):
+def machine_lines(args, loads, started):
     cpu = "?"
     try:
         with open("/proc/cpuinfo") as f:
@@ -535,7 +535,7 @@ def machine_lines(args, loads):
         except (OSError, IndexError):
             return "missing"
     return [
-        "- date: %s" % datetime.datetime.now().strftime("%Y-%m-%d %H:%M"),
+        "- started: %s; commit %s" % (started.strftime("%Y-%m-%d %H:%M"), commit_id()),
         "- machine: %d cores (nproc), %s, %s memory; kernel %s; file system %s on %s" % (
             os.cpu_count() or 0, cpu, mem, platform.release(), fs, dev[0] if dev else "?"),
         "- load average before / after: %s / %s" % (loads[0], loads[1]),
@@ -544,6 +544,13 @@ def machine_lines(args, loads):
         "- command: `bench/run.sh --runs %d --shape %s%s`" % (
             args.runs, args.shape, "" if args.scale == 1.0 else " --scale %g" % args.scale),
     ]
+
+
+def commit_id():
+    r = subprocess.run(["git", "-C", ROOT, "log", "-1", "--format=%h"], capture_output=True, text=True)
+    dirty = subprocess.run(["git", "-C", ROOT, "status", "--porcelain", "--untracked-files=no"],
+                           capture_output=True, text=True).stdout.strip()
+    return (r.stdout.strip() or "?") + (" with local changes" if dirty else "")
 
 
 def loadavg():
@@ -586,13 +593,14 @@ def main():
     scratch_root = os.path.join(args.bench_dir, "scratch", "%s-%d" % (time.strftime("%Y%m%d-%H%M%S"), os.getpid()))
     os.makedirs(scratch_root)
     loads = [loadavg(), None]
+    started = datetime.datetime.now()
     shapes = ["release", "library"] if args.shape == "all" else [args.shape]
     results = [bench_shape(sh, args, tools, scratch_root) for sh in shapes]
     loads[1] = loadavg()
     if not args.keep:
         shutil.rmtree(scratch_root, ignore_errors=True)
 
-    out = ["## Install pipeline benchmark", ""] + machine_lines(args, loads) + [""]
+    out = ["## Install pipeline benchmark", ""] + machine_lines(args, loads, started) + [""]
     missing = [t for t, p in tools.items() if not p]
     if missing:
         out += ["Missing peer tools: %s." % ", ".join(missing), ""]
