@@ -54,9 +54,13 @@ class CInstallerDlg : public CWnd {
   // beside the executable; empty when that directory is unknown.
   std::u16string getTpkFullPath() const;
 
-  // The main window and its frame.
+  // Creates and shows the main window: title, separator, Back, Next (the
+  // default button) and Cancel, and the side image the pages use.
   void showMainWindow();
+  // Window properties: centred, fixed 500 by 360, modal, icon, page area,
+  // and the destroy, key and close signals.
   void initMainWindow();
+  // New pixbufs of the compiled-in artwork; the caller owns them.
   GdkPixbuf* createIcon() const;
   GdkPixbuf* createBackImage() const;
   // Hides the current page's widgets, shows `page`'s (null: hide only).
@@ -67,26 +71,32 @@ class CInstallerDlg : public CWnd {
   // both empty when the package has none for it.
   void titles(std::u16string& product, std::u16string& vendor) const;
 
-  // Pages and flow.
+  // Step 1: the welcome text with the package's product and vendor (or the
+  // stand-ins); in a silent run without Back and Next.
   void showWelcomePage();
+  // Step 2: the directory page, its entry set to the target directory.
   void showSelectPathPage();
   // Runs the installation on the worker and pumps the GUI until it is over.
   void showProgressPage();
+  // The final pages (steps 4 and 5), each with the Finish button.
   void showSuccessFinalPage();
   void showErrorFinalPage();
   void showCancelFinalPage();
   // Finish: opens the description document when asked to, closes the window.
   void finalize();
 
-  // Keyboard, buttons and cancelling.
+  // Escape asks to cancel (true: handled); other keys take their course.
   bool processKeyPress(GdkEventKey* event);
   // Asks before cancelling. During the installation Yes asks the run to stop
   // (it rolls back); on any other page Yes closes the window.
   void processCancel();
   // Asks the running installation to stop after the current file.
   void abortInstall();
+  // Signal handlers; `dialog` is the CInstallerDlg. The close request keeps
+  // the window while files are being installed (it asks to cancel instead).
   static gboolean gtk_window_key_press_callback(GtkWidget*, GdkEventKey* event, void* dialog);
   static gboolean gtk_window_delete_callback(GtkWidget*, GdkEvent*, void* dialog);
+  // Cancel, Back (step 2 only), and Next/Finish, which moves the flow on.
   static void button_clicked_handler(GtkWidget*, void* dialog);
   static void on_buttonPrev_clicked(GtkWidget*, void* dialog);
   static void on_buttonNext_clicked(GtkWidget*, void* dialog);
@@ -106,15 +116,13 @@ class CInstallerDlg : public CWnd {
     return {m_mainWindow, m_fixed, m_buttonBack, m_buttonNext, m_buttonCancel};
   }
   unsigned step() const { return m_step; }
-  WizardDialogPage* currentPage() const { return m_curPage; }
   DirSelectPage* dirSelectPage() const { return m_dirPage.get(); }
   ProgressPage* progressPage() const { return m_progressPage.get(); }
   SuccessFinalPage* successPage() const { return m_successPage.get(); }
   MessagePage* welcomePage() const { return m_welcomePage.get(); }
+  // The error or cancelled page when it is shown, else null.
   MessagePage* finalMessagePage() const;
   const std::u16string& targetDirectory() const { return m_targetDir; }
-  PackageReader& package() { return m_package; }
-  StarterState& starterState() { return m_starter; }
   // The package's description document below the target directory, and
   // the shell command that opens it.
   std::u16string documentPath() const;
@@ -128,6 +136,7 @@ class CInstallerDlg : public CWnd {
   // Records the target directory in the starter configuration; a failed
   // write is shown in an error box.
   void recordTemplateDir();
+  // With TPL_TRACE set: "wizard: <what>" on standard output (for tests).
   void trace(const char* what) const;
   void showFinalPage(std::unique_ptr<MessagePage>& page, const char* key, unsigned step,
                      const char* name);
