@@ -13,18 +13,6 @@ void Pump() {
   while (gtk_events_pending()) gtk_main_iteration();
 }
 
-bool PumpUntil(const std::function<bool()>& cond, int timeout_ms) {
-  const gint64 end = g_get_monotonic_time() + gint64(timeout_ms) * 1000;
-  while (!cond()) {
-    if (g_get_monotonic_time() > end) return false;
-    if (gtk_events_pending())
-      gtk_main_iteration_do(FALSE);
-    else
-      g_usleep(1000);
-  }
-  return true;
-}
-
 ::testing::AssertionResult Clickable(GtkWidget* w) {
   if (!w) return ::testing::AssertionFailure() << "null widget";
   if (!gtk_widget_get_realized(w)) return ::testing::AssertionFailure() << "not realized";

@@ -15,8 +15,6 @@ namespace gtktest {
 
 // Runs every pending GTK event, idle and redraw, without blocking.
 void Pump();
-// Runs the main loop until cond() holds or timeout_ms passes; returns cond().
-bool PumpUntil(const std::function<bool()>& cond, int timeout_ms = 5000);
 // A button a user could press: realized, on screen and sensitive.
 ::testing::AssertionResult Clickable(GtkWidget* w);
 // Presses a key on the window's focus widget through the X server.

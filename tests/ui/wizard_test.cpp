@@ -518,12 +518,4 @@ TEST_F(Flow, WelcomeTextAndDescriptionFollowTheInterfaceLanguage) {
   }
 }
 
-TEST_F(Flow, DescriptionCommandQuotesThePathForTheShell) {
-  buildPackage({{"en", "P", "V", "/a \"b\" $c `d` \\e.html"}});
-  CInstallerDlg& dialog = start();
-  const std::string target = narrow_lib(dialog.targetDirectory());
-  EXPECT_EQ(dialog.descriptionCommand(),
-            "xdg-open \"" + target + "/a \\\"b\\\" \\$c \\`d\\` /e.html\" 2>/dev/null");
-}
-
 }  // namespace
