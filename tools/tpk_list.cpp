@@ -37,7 +37,7 @@ double now_seconds() {
 // Counts the decoded bytes, showing the count now and then when asked to.
 class CountingSink : public InflateSink {
  public:
-  explicit CountingSink(bool show) : m_show(show) {}
+  explicit CountingSink(bool show) : m_show(show), m_last(now_seconds()) {}
   void write(const uint8_t*, size_t size) override {
     m_total += size;
     if (!m_show) return;
@@ -55,7 +55,7 @@ class CountingSink : public InflateSink {
  private:
   bool m_show;
   uint64_t m_total = 0;
-  double m_last = 0;
+  double m_last;
   bool m_shown = false;
 };
 
