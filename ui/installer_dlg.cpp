@@ -20,6 +20,59 @@ namespace {
 
 std::string text_of(const char* key) { return narrow_lib(LoadResString(key)); }
 
+constexpr int kButtonWidth = 80;
+constexpr int kButtonHeight = 30;
+
+// Width left for the label inside a navigation button: what the button's
+// border, focus frame, inner border and (for a default button) default
+// border leave of its fixed width.
+int button_label_room(GtkWidget* button) {
+  gtk_widget_ensure_style(button);
+  gint focusWidth = 0, focusPad = 0;
+  GtkBorder* inner = nullptr;
+  GtkBorder* defaultBorder = nullptr;
+  gtk_widget_style_get(button, "focus-line-width", &focusWidth, "focus-padding", &focusPad,
+                       "inner-border", &inner, "default-border", &defaultBorder, nullptr);
+  int frame = static_cast<int>(gtk_container_get_border_width(GTK_CONTAINER(button))) +
+              gtk_widget_get_style(button)->xthickness + focusWidth + focusPad;
+  int room = kButtonWidth - 2 * frame - (inner ? inner->left + inner->right : 2);
+  if (gtk_widget_get_can_default(button))
+    room -= defaultBorder ? defaultBorder->left + defaultBorder->right : 2;
+  if (inner) gtk_border_free(inner);
+  if (defaultBorder) gtk_border_free(defaultBorder);
+  return room;
+}
+
+// Sets a navigation button's label. The buttons keep their fixed size in
+// every language, so a text wider than the room inside is drawn in a
+// proportionally smaller font rather than cut off.
+void set_button_text(GtkWidget* button, const std::string& text) {
+  gtk_button_set_label(GTK_BUTTON(button), text.c_str());
+  GtkWidget* label = gtk_bin_get_child(GTK_BIN(button));
+  if (!GTK_IS_LABEL(label)) return;
+  gtk_label_set_attributes(GTK_LABEL(label), nullptr);
+  const int room = button_label_room(button);
+  double scale = 1.0;
+  for (int attempt = 0; attempt < 8; ++attempt) {
+    int width = 0, height = 0;
+    pango_layout_get_pixel_size(gtk_label_get_layout(GTK_LABEL(label)), &width, &height);
+    if (width <= room || width == 0) return;
+    scale *= 0.98 * room / width;  // hinting may round up: aim a little lower
+    PangoAttrList* attributes = pango_attr_list_new();
+    pango_attr_list_insert(attributes, pango_attr_scale_new(scale));
+    gtk_label_set_attributes(GTK_LABEL(label), attributes);
+    pango_attr_list_unref(attributes);
+  }
+}
+
+GtkWidget* new_navigation_button(GtkWidget* fixed, int x, int y, bool canDefault) {
+  GtkWidget* button = gtk_button_new_with_label("");
+  gtk_widget_set_size_request(button, kButtonWidth, kButtonHeight);
+  gtk_widget_set_can_default(button, canDefault);
+  gtk_fixed_put(GTK_FIXED(fixed), button, x, y);
+  return button;
+}
+
 unsigned env_number(const char* name) {
   const char* value = std::getenv(name);
   return value ? static_cast<unsigned>(std::strtoul(value, nullptr, 10)) : 0;
@@ -141,19 +194,15 @@ void CInstallerDlg::showMainWindow() {
   gtk_widget_set_size_request(separator, m_width - 20, 5);
   gtk_fixed_put(GTK_FIXED(m_fixed), separator, 10, 310);
 
-  m_buttonBack = gtk_button_new_with_label(text_of("IDS_WIZARD_BACK").c_str());
-  gtk_widget_set_size_request(m_buttonBack, 80, 30);
-  gtk_fixed_put(GTK_FIXED(m_fixed), m_buttonBack, 230, 320);
+  m_buttonBack = new_navigation_button(m_fixed, 230, 320, false);
+  set_button_text(m_buttonBack, text_of("IDS_WIZARD_BACK"));
 
-  m_buttonNext = gtk_button_new_with_label(text_of("IDS_WIZARD_NEXT").c_str());
-  gtk_widget_set_size_request(m_buttonNext, 80, 30);
-  gtk_widget_set_can_default(m_buttonNext, TRUE);
-  gtk_fixed_put(GTK_FIXED(m_fixed), m_buttonNext, 310, 320);
+  m_buttonNext = new_navigation_button(m_fixed, 310, 320, true);
+  set_button_text(m_buttonNext, text_of("IDS_WIZARD_NEXT"));
   gtk_widget_grab_default(m_buttonNext);
 
-  m_buttonCancel = gtk_button_new_with_label(text_of("IDS_WIZARD_CANCEL").c_str());
-  gtk_widget_set_size_request(m_buttonCancel, 80, 30);
-  gtk_fixed_put(GTK_FIXED(m_fixed), m_buttonCancel, 410, 320);
+  m_buttonCancel = new_navigation_button(m_fixed, 410, 320, false);
+  set_button_text(m_buttonCancel, text_of("IDS_WIZARD_CANCEL"));
 
   g_signal_connect(m_buttonBack, "clicked", G_CALLBACK(on_buttonPrev_clicked), this);
   g_signal_connect(m_buttonNext, "clicked", G_CALLBACK(on_buttonNext_clicked), this);
@@ -179,7 +228,7 @@ void CInstallerDlg::setFinishButtons() {
   gtk_widget_set_sensitive(m_buttonCancel, FALSE);
   gtk_widget_hide(m_buttonBack);
   gtk_widget_show(m_buttonNext);
-  gtk_button_set_label(GTK_BUTTON(m_buttonNext), text_of("IDS_WIZARD_FINISH").c_str());
+  set_button_text(m_buttonNext, text_of("IDS_WIZARD_FINISH"));
   gtk_widget_grab_default(m_buttonNext);
   gtk_widget_grab_focus(m_buttonNext);
 }
