@@ -12,8 +12,8 @@
 #include <mutex>
 
 #include "app/command_line.h"
+#include "app/installation_setup.h"
 #include "app/resources.h"
-#include "compat/file_finder.h"
 #include "compat/text.h"
 #include "install/install_process_data.h"
 #include "install/install_thread.h"
@@ -83,20 +83,12 @@ class HeadlessInstall {
   }
 
   int run() {
-    const std::u16string packagePath = tpk_full_path(m_useCwd);
-    FileFinder finder;
-    if (packagePath.empty() || !finder.reset(packagePath)) {
-      report(LoadResString("IDS_ERROR_NOSOURCE"));
-      return 1;
-    }
-    finder.close();
-    m_starter = read_starter_state();
-    const std::u16string target = m_starter.proposal;
-    const std::string failure = load_package(m_package, packagePath);
+    const std::string failure = prepare_installation(tpk_full_path(m_useCwd), m_package, m_starter);
     if (!failure.empty()) {
       report(LoadResString(failure));
       return 1;
     }
+    const std::u16string target = m_starter.proposal;
     // Never install relative to the working directory.
     if (target.empty()) {
       report(LoadResString("IDS_SETUP_EMPTYTARGET"));

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "app/installation_setup.h"
 #include "app/resources.h"
 #include "compat/file_finder.h"
 #include "compat/shell.h"
@@ -124,19 +125,12 @@ std::u16string CInstallerDlg::getTpkFullPath() const { return tpk_full_path(m_us
 
 bool CInstallerDlg::OnInitDialog() {
   m_packagePath = getTpkFullPath();
-  FileFinder finder;
-  if (m_packagePath.empty() || !finder.reset(m_packagePath)) {
-    messageBox(this, LoadResString("IDS_ERROR_NOSOURCE"), kMessageBoxError);
-    return false;
-  }
-  finder.close();
-  m_starter = read_starter_state();
-  m_targetDir = m_starter.proposal;
-  const std::string failure = load_package(m_package, m_packagePath);
+  const std::string failure = prepare_installation(m_packagePath, m_package, m_starter);
   if (!failure.empty()) {
     messageBox(this, LoadResString(failure), kMessageBoxError);
     return false;
   }
+  m_targetDir = m_starter.proposal;
   return true;
 }
 
