@@ -1,63 +1,90 @@
-// Test helpers for the installation engine: a private sandbox (target
-// directory, temporary directory, working file) and a package reader built
-// straight from bytes, without the package loader.
+// Test helpers for the installation engine: a private sandbox (target, TMPDIR
+// and working file) and a package reader filled straight from bytes.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <functional>
-#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "app/resources.h"
 #include "compat/file_system.h"
+#include "compat/text.h"
 #include "install/install_process_data.h"
 #include "package/package_loader.h"
 #include "support/test_support.h"
 
 namespace installtest {
+using namespace testsupport;
 
-// A FILETIME from seconds since 1970 and nanoseconds (a multiple of 100).
-_FILETIME file_time(int64_t seconds, long nanoseconds = 0);
-// Sets a file's modification time from a FILETIME (100-ns exact).
-void set_file_time(const std::string& path, const _FILETIME& time);
+inline std::u16string w(const std::string& s) { return widen_lib(s); }
+inline _FILETIME file_time(int64_t seconds, long ns = 0) { return TimespecToFileTime(seconds, ns); }
+inline _FILETIME plus(const _FILETIME& t, int64_t ticks) {
+  return U64ToFileTime(FileTimeToU64(t) + uint64_t(ticks));
+}
+inline void set_file_time(const std::string& path, const _FILETIME& time) {
+  int64_t seconds;
+  long ns;
+  FileTimeToTimespec(time, seconds, ns);
+  set_mtime(path, seconds, ns);
+}
 
-// One catalogue entry with its contents.
+// One catalogue entry with its contents; the name may use "\\".
 struct PackageFile {
-  std::string name;  // as stored in the catalogue ("\\" allowed)
-  std::string bytes;
+  std::string name, bytes;
   _FILETIME time;
 };
 
-// root/          private folder, removed at the end
-//   target/      the template directory (created)
-//   tmp/         TMPDIR for the test's lifetime
-//   work/        the working file
+// root/target (the template directory), root/tmp (TMPDIR), root/work.
 class Sandbox {
  public:
-  Sandbox();
+  Sandbox() : m_tmpdir("TMPDIR", m_root / "tmp") {
+    for (const char* dir : {"target", "tmp", "work"})
+      if (mkdir((m_root / dir).c_str(), 0755) != 0) throw std::runtime_error("mkdir sandbox");
+    set_resource_lang(kLangEn);
+  }
   std::string root() const { return m_root.path(); }
   std::string target() const { return m_root / "target"; }
   std::string tmp() const { return m_root / "tmp"; }
-  // The target directory as the engine receives it (ends in "/").
-  std::u16string targetDir() const;
-  // Names in tmp/ that start with "zqstp".
-  std::vector<std::string> backups() const;
+  std::string work() const { return m_root / "work/package.work"; }
+  std::u16string targetDir() const { return w(target() + "/"); }
 
-  // Writes the contents into a working file (after `lead` filler bytes, in
-  // reverse catalogue order so that offsets matter) and fills `reader`.
-  void buildPackage(PackageReader& reader, const std::vector<PackageFile>& files,
-                    size_t lead = 37) const;
+  // Writes the contents (after filler, in reverse order so that offsets
+  // matter) into the working file and fills `reader` with the catalogue.
+  void buildPackage(PackageReader& reader, const std::vector<PackageFile>& files) const {
+    std::string bytes(37, '#');
+    reader.files.assign(files.size(), config::FileEntry());
+    for (size_t i = files.size(); i-- > 0;) {
+      reader.files[i].name = w(files[i].name);
+      reader.files[i].time = files[i].time;
+      reader.files[i].offset = bytes.size();
+      reader.files[i].size = uint32_t(files[i].bytes.size());
+      bytes += files[i].bytes;
+    }
+    write_file(work(), bytes + "TRAILER");
+    if (FileSystem::CreateFile(w(work()), GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING,
+                               reader.handle) != 0)
+      throw std::runtime_error("cannot open working file");
+  }
 
  private:
-  testsupport::TempDir m_root;
-  std::unique_ptr<testsupport::ScopedEnv> m_tmpdir;
+  TempDir m_root;
+  ScopedEnv m_tmpdir;
 };
 
-// "" when the snapshots are equal, else the differing paths (short enough to
-// print, unlike the snapshots themselves).
-std::string snapshot_difference(const testsupport::Snapshot& before,
-                                const testsupport::Snapshot& after);
+// The paths where two snapshots differ, "" when equal (short enough to print).
+inline std::string snapshot_difference(const Snapshot& a, const Snapshot& b) {
+  std::string out;
+  for (const auto& [path, value] : a)
+    if (!b.count(path) || b.at(path) != value) out += path + " ";
+  for (const auto& entry : b)
+    if (!a.count(entry.first)) out += "new:" + entry.first + " ";
+  return out;
+}
 
-// Every state published by a run, recorded from the wakeup hook.
+// Every state a run publishes, recorded from the wakeup hook.
 struct StateLog {
   struct State {
     unsigned state;
@@ -65,12 +92,21 @@ struct StateLog {
     int percent;
   };
   std::vector<State> states;
-  // Called after each recorded state (on the publishing thread), may be empty.
-  std::function<void(const State&)> onState;
+  std::function<void(const State&)> onState;  // after each state, may be empty
   InstallProcessData* data = nullptr;
 
-  void attach(InstallProcessData& d);
-  static void wakeup(void* self);
+  void attach(InstallProcessData& d) {
+    data = &d;
+    d.setWakeup(
+        [](void* self) {
+          auto* log = static_cast<StateLog*>(self);
+          State s;
+          log->data->getInstallState(s.state, s.message, s.percent);
+          log->states.push_back(s);
+          if (log->onState) log->onState(s);
+        },
+        this);
+  }
 };
 
 }  // namespace installtest
