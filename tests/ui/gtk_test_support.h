@@ -1,5 +1,6 @@
 // Helpers for in-process GTK 2 tests. The test binary needs an X display:
-// ctest runs it through tests/with-xvfb.sh.
+// ctest runs it through tests/with-xvfb.sh. Test code runs with the GDK lock
+// held; test timers are added with gdk_threads_add_timeout so they hold it too.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,49 +11,73 @@
 
 namespace gtktest {
 
-// Test code runs with the GDK lock held, like GTK's own callbacks; timers of
-// tests are added with gdk_threads_add_timeout so that they hold it too.
-
 // Runs every pending GTK event, idle and redraw, without blocking.
-void Pump();
-// A button a user could press: realized, on screen and sensitive.
-::testing::AssertionResult Clickable(GtkWidget* w);
-// Presses a key on the window's focus widget through the X server.
-void SendKey(GtkWidget* window, guint keyval);
-// Queues a key press for the window; the main loop delivers it.
-void PostKey(GtkWidget* window, guint keyval);
-// Delivers a close request from the window manager (delete-event).
-void SendDelete(GtkWidget* window);
+inline void Pump() {
+  gdk_flush();
+  while (gtk_events_pending()) gtk_main_iteration();
+}
+
+// Queues an event for the window (a key press, or the window manager's close
+// request); Pump or a wizard loop delivers it.
+inline void Post(GtkWidget* window, GdkEventType type, guint keyval = 0) {
+  GdkEvent* event = gdk_event_new(type);
+  event->any.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(window)));
+  event->any.send_event = TRUE;
+  if (type == GDK_KEY_PRESS) event->key.keyval = keyval;
+  gdk_event_put(event);
+  gdk_event_free(event);
+}
+
+// Saves what the window shows as PNG. False on error.
+inline bool SaveScreenshot(GtkWidget* window, const std::string& png_path) {
+  Pump();
+  gdk_window_process_all_updates();
+  GdkWindow* gw = gtk_widget_get_window(window);
+  int w = 0, h = 0;
+  gdk_drawable_get_size(gw, &w, &h);
+  GdkPixbuf* pb = gdk_pixbuf_get_from_drawable(nullptr, gw, nullptr, 0, 0, 0, 0, w, h);
+  const bool ok = pb && gdk_pixbuf_save(pb, png_path.c_str(), "png", nullptr, nullptr);
+  if (pb) g_object_unref(pb);
+  return ok;
+}
 
 // Answers real modal dialogs (gtk_dialog_run) from a timer inside their
 // nested loop: on_dialog(dialog) returns the response, or kAskAgain.
 class DialogResponder {
  public:
   static constexpr int kAskAgain = 1000;
-  explicit DialogResponder(std::function<int(GtkDialog*)> on_dialog);
-  ~DialogResponder();
-  int answered() const { return answered_; }
+  explicit DialogResponder(std::function<int(GtkDialog*)> on_dialog)
+      : on_dialog_(std::move(on_dialog)),
+        source_(gdk_threads_add_timeout(20, &DialogResponder::tick, this)) {}
+  ~DialogResponder() { g_source_remove(source_); }
+  int answered = 0;
 
  private:
-  static gboolean Tick(gpointer self);
+  static gboolean tick(gpointer p) {
+    auto* self = static_cast<DialogResponder*>(p);
+    GList* tops = gtk_window_list_toplevels();
+    for (GList* l = tops; l; l = l->next) {
+      if (!GTK_IS_DIALOG(l->data) || !gtk_widget_get_mapped(GTK_WIDGET(l->data))) continue;
+      const int response = self->on_dialog_(GTK_DIALOG(l->data));
+      if (response != kAskAgain) {
+        ++self->answered;
+        gtk_dialog_response(GTK_DIALOG(l->data), response);
+      }
+      break;
+    }
+    g_list_free(tops);
+    return TRUE;
+  }
   std::function<int(GtkDialog*)> on_dialog_;
-  guint source_ = 0;
-  int answered_ = 0;
+  guint source_;
 };
-
-// Saves what the window shows as PNG. False on error.
-bool SaveScreenshot(GtkWidget* window, const std::string& png_path);
-// Text of a GtkMessageDialog.
-std::string MessageText(GtkDialog* d);
-// Text of a label.
-std::string LabelText(GtkWidget* label);
 
 }  // namespace gtktest
 
-// Clicks a button only if a user could: fails the test otherwise.
-#define CLICK(w)                                \
-  do {                                          \
-    ASSERT_TRUE(::gtktest::Clickable(w)) << #w; \
-    gtk_button_clicked(GTK_BUTTON(w));          \
-    ::gtktest::Pump();                          \
+// Clicks a button only if a user could (on screen, sensitive): fails the test otherwise.
+#define CLICK(w)                                                               \
+  do {                                                                         \
+    ASSERT_TRUE(gtk_widget_get_mapped(w) && gtk_widget_is_sensitive(w)) << #w; \
+    gtk_button_clicked(GTK_BUTTON(w));                                         \
+    ::gtktest::Pump();                                                         \
   } while (0)

@@ -1,77 +1,147 @@
 // A private world for one wizard: HOME, TMPDIR, a distribution kit folder
 // (the working directory, so the dialog runs with useCwd), an xdg-open stub
-// on PATH, and scripted answers for every message box.
+// on PATH that records its arguments, and scripted answers for message boxes.
 #pragma once
 
-#include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <deque>
 #include <memory>
-#include <string>
-#include <vector>
 
+#include "app/resources.h"
+#include "compat/text.h"
 #include "gtk_test_support.h"
 #include "support/test_support.h"
+#include "tools/tpk_writer.h"
 #include "ui/installer_dlg.h"
 #include "ui/message_box.h"
+#include "ui/wizard_pages.h"
 
 namespace uitest {
 
-// One message box as the seam saw it.
-struct Box {
-  GtkMessageType type;
-  GtkButtonsType buttons;
-  std::string title;
-  std::string text;
-};
-
-// A language record of a test package: code, product, vendor, document.
-struct Language {
-  std::string code, product, vendor, document;
-};
-
 // UTF-8 text of a resource key in the current language.
-std::string text(const char* key);
+inline std::string text(const char* key) { return narrow_lib(LoadResString(key)); }
+inline std::string label(GtkWidget* w) { return gtk_label_get_text(GTK_LABEL(w)); }
+// A message box as the tests see it: "<kind> <title>: <text>".
+inline std::string box(GtkMessageType type, const std::string& body,
+                       const std::string& title = "Test installer") {
+  static const char* const kinds[] = {"info", "warning", "question", "error", "other"};
+  return std::string(kinds[type]) + " " + title + ": " + body;
+}
+
+// Makes the folders of `path` and writes `bytes` there.
+inline void put_file(const std::string& path, const std::string& bytes) {
+  ASSERT_EQ(g_mkdir_with_parents(path.substr(0, path.rfind('/')).c_str(), 0700), 0);
+  testsupport::write_file(path, bytes);
+}
 
 class WizardTest : public ::testing::Test {
  protected:
-  WizardTest();
-  ~WizardTest() override;
-  void SetUp() override;
-  void TearDown() override;
+  void SetUp() override {
+    for (const std::string& dir : {m_home + "/.local/share", m_tmp, m_kit})
+      ASSERT_EQ(g_mkdir_with_parents(dir.c_str(), 0700), 0);
+    put_file(m_root / "bin/xdg-open", "#!/bin/sh\nprintf '%s\\n' \"$@\" >> '" + m_opened + "'\n");
+    ASSERT_EQ(chmod((m_root / "bin/xdg-open").c_str(), 0755), 0);
+    m_env.emplace_back(new testsupport::ScopedEnv("HOME", m_home));
+    m_env.emplace_back(new testsupport::ScopedEnv("TMPDIR", m_tmp));
+    m_env.emplace_back(new testsupport::ScopedEnv("PATH", m_root / "bin:" + getenv("PATH")));
+    gchar* cwd = g_get_current_dir();
+    m_oldCwd = cwd;
+    g_free(cwd);
+    ASSERT_EQ(chdir(m_kit.c_str()), 0);
+    set_message_box_hook([this](GtkMessageType type, GtkButtonsType, const std::string& title,
+                                const std::string& body) {
+      m_boxes.push_back(box(type, body, title));
+      EXPECT_FALSE(m_answers.empty()) << "unexpected message box: " << body;
+      const int answer = m_answers.empty() ? int(GTK_RESPONSE_DELETE_EVENT) : m_answers.front();
+      if (!m_answers.empty()) m_answers.pop_front();
+      return answer;
+    });
+  }
+  void TearDown() override {
+    if (m_tick) g_source_remove(m_tick);
+    m_dialog.reset();
+    gtktest::Pump();
+    set_message_box_hook(nullptr);
+    set_resource_lang(kLangEn);
+    EXPECT_TRUE(m_answers.empty()) << m_answers.size() << " scripted answer(s) not used";
+    EXPECT_EQ(chdir(m_oldCwd.c_str()), 0);
+  }
 
-  // root/src/name := bytes (folders created).
-  void source(const std::string& name, const std::string& bytes);
-  // Packs root/src into root/kit/plom8.tpk with these language records
-  // (none: a single-language header without texts).
-  void buildPackage(const std::vector<Language>& languages);
-  // root/home/relative := bytes (folders created).
-  void homeFile(const std::string& relative, const std::string& bytes);
-  // A dialog on the kit, initialised, with its window and welcome page up.
-  CInstallerDlg& start(const std::u16string& language = u"en", bool silent = false);
-  // Constructed only: no package loaded, no window.
-  CInstallerDlg& construct(const std::u16string& language, bool silent);
-  // Goes from the welcome page to the directory page and types `path`.
-  void toDirectoryPage(const std::string& path);
-
-  // Arguments the xdg-open stub was started with, one per line.
-  std::string opened() const;
-  // Names in TMPDIR (working files that were left behind).
-  std::vector<std::string> tmpEntries() const;
+  void source(const std::string& name, const std::string& bytes) {
+    put_file(m_src + "/" + name, bytes);
+  }
+  // Packs the sources into kit/plom8.tpk with records {code, product, vendor,
+  // document} (none: a header without language texts).
+  void buildPackage(const std::vector<std::vector<std::string>>& languages) {
+    tpk::Header header;
+    header.kind = languages.empty() ? 0 : 1;
+    for (const auto& l : languages)
+      header.languages.push_back({tpk::utf8_to_utf16(l[0]), tpk::utf8_to_utf16(l[1]),
+                                  tpk::utf8_to_utf16(l[2]), tpk::utf8_to_utf16(l[3])});
+    std::vector<tpk::SourceFile> files;
+    std::vector<std::string> warnings;
+    std::string error;
+    ASSERT_TRUE(tpk::collect_tree(m_src, "", files, warnings, error)) << error;
+    ASSERT_TRUE(tpk::write_package(m_kit + "/plom8.tpk", header, files, 6, nullptr, error))
+        << error;
+  }
+  CInstallerDlg& construct(const std::u16string& language, bool silent) {
+    m_dialog.reset();  // the old window goes before the new one comes
+    m_dialog.reset(new CInstallerDlg(1, m_argv, silent, "Test installer", language, true));
+    return *m_dialog;
+  }
+  // A dialog on the kit with its window and welcome page up.
+  CInstallerDlg& start(const std::u16string& language = u"en") {
+    CInstallerDlg& dialog = construct(language, false);
+    EXPECT_TRUE(dialog.OnInitDialog());
+    dialog.showMainWindow();
+    dialog.showWelcomePage();
+    gtktest::Pump();
+    return dialog;
+  }
+  // From the welcome page to the directory page, then types `path`.
+  void toDirectoryPage(const std::string& path) {
+    CLICK(m_dialog->widgets().next);
+    ASSERT_EQ(m_dialog->step(), CInstallerDlg::kStepDirectory);
+    gtk_entry_set_text(GTK_ENTRY(m_dialog->dirSelectPage()->entry()), path.c_str());
+  }
+  // Text of the error or cancelled page when one is shown.
+  std::string finalText() const {
+    MessagePage* page = m_dialog->finalMessagePage();
+    return page ? label(page->label()) : "(no final page)";
+  }
+  // Calls tick() every 10 ms from the main loop (also inside the wizard's
+  // own loops) until it returns false.
+  void everyTick(std::function<bool()> tick) {
+    m_tickFn = std::move(tick);
+    m_tick = gdk_threads_add_timeout(
+        10,
+        [](gpointer p) -> gboolean {
+          auto* self = static_cast<WizardTest*>(p);
+          if (self->m_tickFn()) return TRUE;
+          self->m_tick = 0;
+          return FALSE;
+        },
+        this);
+  }
+  std::string opened() const {
+    return testsupport::exists(m_opened) ? testsupport::read_file(m_opened) : "";
+  }
 
   testsupport::TempDir m_root;
-  std::string m_home, m_tmp, m_kit, m_src, m_bin;
-  std::unique_ptr<testsupport::ScopedEnv> m_homeEnv, m_tmpEnv, m_pathEnv;
+  const std::string m_home = m_root / "home", m_tmp = m_root / "tmp", m_kit = m_root / "kit",
+                    m_src = m_root / "src", m_opened = m_root / "opened.log",
+                    m_cfg = m_home + "/.Orvo/zelbrun/zelbrun.cfg";
+  std::vector<std::unique_ptr<testsupport::ScopedEnv>> m_env;
   std::string m_oldCwd;
   std::unique_ptr<CInstallerDlg> m_dialog;
-  std::vector<Box> m_boxes;
+  std::vector<std::string> m_boxes;
   std::deque<int> m_answers;
-  std::string m_chosenFolder;
-  char m_arg0[16] = "installer";
+  guint m_tick = 0;
+  std::function<bool()> m_tickFn;
+  char m_arg0[10] = "installer";
   char* m_argv[2] = {m_arg0, nullptr};
 };
-
-// Makes the directories of `path` and writes `bytes` there.
-void put_file(const std::string& path, const std::string& bytes);
 
 }  // namespace uitest
