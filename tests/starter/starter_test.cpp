@@ -1,13 +1,23 @@
+// The starter configuration: the ConfigFile model, reading and writing files,
+// their locations, the template directory list and the start-up state.
 #include "starter/starter.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
+#include "compat/text.h"
+#include "starter/config_file.h"
 #include "starter/config_file_io.h"
-#include "starter_test_env.h"
+#include "starter/config_locations.h"
+#include "starter/starter_state.h"
+#include "support/test_support.h"
 
-using namespace startertest;
+using testsupport::exists;
 using testsupport::read_file;
 using testsupport::snapshot;
+using testsupport::write_file;
 
 namespace {
 
@@ -16,114 +26,298 @@ const std::string kLocalBase = ".Orvo/zelbrunt/zelbrun.cfg";
 const std::string kShared = ".plom8//.Orvo/zelbrun/zelbrun.cfg";
 const std::string kKey = "ConfigurationTemplatesLocation=";
 
-class StarterTest : public PrivateHomeTest {
+std::u16string w(const std::string& s) { return widen_lib(s); }
+
+// Every test gets HOME and TMPDIR inside its own temporary folder.
+class StarterTest : public ::testing::Test {
  protected:
-  std::vector<std::string> list(bool localFirst, bool base) {
-    std::vector<std::u16string> out;
-    get_tmplts_list(out, localFirst, base);
-    return narrow_all(out);
+  // HOME + "/" + relative.
+  std::string home(const std::string& relative) const { return m_home + "/" + relative; }
+  // Writes `bytes` to HOME/relative, creating the folders on the way.
+  void put(const std::string& relative, const std::string& bytes) const {
+    std::string path = home(relative);
+    ASSERT_EQ(std::system(("mkdir -p '" + path.substr(0, path.rfind('/')) + "'").c_str()), 0);
+    testsupport::write_file(path, bytes);
   }
+
+  testsupport::TempDir m_root;
+  std::string m_home = m_root / "home";
+  std::string m_tmp = m_root / "tmp";
+  int m_made = std::system(("mkdir '" + m_home + "' '" + m_tmp + "'").c_str());
+  testsupport::ScopedEnv m_homeEnv{"HOME", m_home};
+  testsupport::ScopedEnv m_tmpEnv{"TMPDIR", m_tmp};
+  testsupport::ScopedEnv m_locale{"LC_ALL", "C.UTF-8"};
+  void SetUp() override { ASSERT_EQ(m_made, 0); }
 };
 
+// The entries of `config` in order, as UTF-8 "key[value|value]".
+std::string dump(const ConfigFile& config) {
+  std::string out;
+  for (const ConfigFile::Entry& entry : config.entries()) {
+    out += narrow_lib(entry.key) + "[";
+    for (const std::u16string& v : entry.values) out += narrow_lib(v) + "|";
+    out += "]";
+  }
+  return out;
+}
+
+TEST(ConfigFileTest, OperationsMatchKeysAndValuesIgnoringAsciiCase) {
+  // Each operation starts from this configuration.
+  const std::string kStart = "Templates[/opt/T|/b|]Other[Ж|]";
+  struct Case {
+    char op;  // a: addValue, s: setValue, S: setValues, r: removeValue
+    std::u16string key;
+    std::vector<std::u16string> values;
+    bool result;
+    std::string after;
+  } cases[] = {
+      {'a', u"TEMPLATES", {u"/OPT/t"}, false, kStart},
+      {'a', u"other", {u"ж"}, true, "Templates[/opt/T|/b|]Other[Ж|ж|]"},
+      {'s', u"TEMPLATES", {u"/c"}, true, "Templates[/c|]Other[Ж|]"},
+      {'s', u"other", {u"Ж"}, false, kStart},
+      {'s', u"Templates", {u"/b"}, true, "Templates[/b|]Other[Ж|]"},
+      {'s', u"Fresh", {u"1"}, true, kStart + "Fresh[1|]"},
+      {'S', u"TEMPLATES", {u"/z", u"/Z"}, true, "Templates[/z|/Z|]Other[Ж|]"},
+      {'S', u"templates", {}, true, "Other[Ж|]templates[]"},
+      {'r', u"Templates", {u"/x"}, false, kStart},
+      {'r', u"templates", {u"/OPT/T"}, true, "Templates[/b|]Other[Ж|]"},
+      {'r', u"Other", {u"Ж"}, true, "Templates[/opt/T|/b|]"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(1, c.op) + " " + narrow_lib(c.key));
+    ConfigFile config;
+    for (const char16_t* v : {u"/opt/T", u"/b"}) config.addValue(u"Templates", v);
+    config.addValue(u"Other", u"Ж");
+    bool result = c.op == 'S'   ? (config.setValues(c.key, c.values), true)
+                  : c.op == 'a' ? config.addValue(c.key, c.values[0])
+                  : c.op == 's' ? config.setValue(c.key, c.values[0])
+                                : config.removeValue(c.key, c.values[0]);
+    EXPECT_EQ(result, c.result);
+    EXPECT_EQ(dump(config), c.after);
+  }
+}
+
+TEST_F(StarterTest, LinesSplitIntoKeysAndValuesAndAreWrittenOnePerValue) {
+  struct Case {
+    std::string bytes, found;
+    const char* written;  // null: the bytes read
+  } cases[] = {
+      {"a=b=c\n", "a[b=c|]", nullptr},
+      {"bare\n", "bare[|]", "bare=\n"},
+      {"=x\n", "[x|]", nullptr},
+      {"=\n", "", ""},
+      {" key\t= value \n", " key\t[ value |]", nullptr},
+      {"a=1\r\nbare\r\n", "a[1\r|]bare\r[|]", "a=1\r\nbare\r=\n"},
+      {"a=1\nb", "a[1|]b[|]", "a=1\nb=\n"},
+      {"#c=1\n;d=\n", "#c[1|];d[|]", nullptr},
+      {"K=/a\nk=/A\no=1\nK=/b\nK=/a\n", "K[/a|/b|]o[1|]", "K=/a\nK=/b\no=1\n"},
+      {"", "", nullptr},
+  };
+  for (const Case& c : cases) {
+    write_file(home("in.cfg"), c.bytes);
+    ConfigFile config;
+    read_config_file(w(home("in.cfg")), config);
+    EXPECT_EQ(dump(config), c.found) << c.bytes;
+    write_config_file(w(home("out.cfg")), config);
+    EXPECT_EQ(read_file(home("out.cfg")), c.written ? c.written : c.bytes) << c.bytes;
+  }
+}
+
+TEST_F(StarterTest, Utf16FilesAreReadAndRewrittenNarrow) {
+  std::string bytes = "\xFF\xFE";
+  for (char16_t u : std::u16string(u"Путь=/opt/Шаблоны\r\nk=v"))
+    bytes += {static_cast<char>(u & 0xFF), static_cast<char>(u >> 8)};
+  write_file(home("in.cfg"), bytes);
+  ConfigFile config;
+  config.addValue(u"k", u"first");  // reading adds to what is there
+  read_config_file(w(home("missing.cfg")), config);
+  read_config_file(w(home("in.cfg")), config);
+  EXPECT_EQ(dump(config), "k[first|v|]Путь[/opt/Шаблоны\r|]");
+  EXPECT_FALSE(is_ansi_encoded(w(home("in.cfg"))));
+  write_config_file(w(home("in.cfg")), config);
+  EXPECT_EQ(read_file(home("in.cfg")), "k=first\nk=v\nПуть=/opt/Шаблоны\r\n");
+  EXPECT_TRUE(is_ansi_encoded(w(home("in.cfg"))));
+  write_file(home("t.cfg"), "a");
+  EXPECT_FALSE(is_ansi_encoded(w(home("t.cfg"))));
+  EXPECT_FALSE(is_ansi_encoded(w(home("missing.cfg"))));
+}
+
+TEST_F(StarterTest, ReplacingKeepsModeAndLinksAndFailingKeepsTheOldFile) {
+  ConfigFile config;
+  config.addValue(u"k", std::u16string(300, u'n'));
+  put("dir/real.cfg", "k=old\n");
+  ASSERT_EQ(chmod(home("dir/real.cfg").c_str(), 0640), 0);
+  ASSERT_EQ(symlink("real.cfg", home("dir/link.cfg").c_str()), 0);
+  put("dir/zelbrun.cfg/inside", "a directory where the file should be");
+  // A file-size limit below the new text's size makes writing itself fail.
+  signal(SIGXFSZ, SIG_IGN);
+  struct rlimit saved;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+  struct rlimit limit = {100, saved.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  for (auto [path, code] : {std::pair<std::string, int>{"missing/zelbrun.cfg", 1},
+                            {"zelbrun.cfg", 1},
+                            {"link.cfg", 2}}) {
+    testsupport::Snapshot before = snapshot(home("dir"));
+    int thrown = 0;
+    try {
+      write_config_file(w(home("dir/") + path), config);
+    } catch (int caught) {
+      thrown = caught;
+    }
+    EXPECT_EQ(thrown, code) << path;
+    EXPECT_EQ(snapshot(home("dir")), before) << path;
+  }
+  setrlimit(RLIMIT_FSIZE, &saved);
+  signal(SIGXFSZ, SIG_DFL);
+
+  write_config_file(w(home("dir/link.cfg")), config);
+  struct stat st;
+  ASSERT_EQ(lstat(home("dir/link.cfg").c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
+  ASSERT_EQ(stat(home("dir/real.cfg").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0640u);
+  EXPECT_EQ(read_file(home("dir/real.cfg")), "k=" + std::string(300, 'n') + "\n");
+}
+
+TEST(ConfigLocationsTest, PathsFollowTheHomeDirectory) {
+  struct Case {
+    const char* home;
+    std::u16string (*get)();
+    const char* expected;
+  } cases[] = {
+      {"/home/u", get_local_config_file_path, "/home/u/.Orvo/zelbrun/zelbrun.cfg"},
+      {"/home/u", get_local_config_file_path_base, "/home/u/.Orvo/zelbrunt/zelbrun.cfg"},
+      {"/home/u", get_allusers_config_file_path, "/home/u/.plom8//.Orvo/zelbrun/zelbrun.cfg"},
+      {"/home/u", get_allusers_config_file_dir_base, "/home/u/.plom8/.Orvo/zelbrunt"},
+      {"/home/u", get_allusers_config_file_path_base, "/home/u/.Orvo/zelbrun/zelbrun.cfg"},
+      {"/home/Пользователь", home_dir, "/home/Пользователь"},
+      {"", get_local_config_file_path, "/.Orvo/zelbrun/zelbrun.cfg"},
+  };
+  for (const Case& c : cases) {
+    testsupport::ScopedEnv home("HOME", c.home);
+    EXPECT_EQ(narrow_lib(c.get()), c.expected) << c.home << " " << c.expected;
+  }
+}
+
 TEST_F(StarterTest, SearchOrderFollowsTheFlags) {
-  put(kLocal, kKey + "/t/a\n" + kKey + "/T/A\n" + kKey + "/t/l\nOther=1\n");
-  put(kShared, kKey + "/t/b\n" + kKey + "/T/A\n");
-  put(kLocalBase, kKey + "/t/c\n");
-
-  EXPECT_EQ(list(true, false), (std::vector<std::string>{"/t/a", "/t/l", "/t/b"}));
-  EXPECT_EQ(list(false, false), (std::vector<std::string>{"/t/b", "/T/A", "/t/l"}));
-  // In base mode the ordinary per-user file stands in for the shared one.
-  EXPECT_EQ(list(true, true), (std::vector<std::string>{"/t/c", "/t/a", "/t/l"}));
-  EXPECT_EQ(list(false, true), (std::vector<std::string>{"/t/a", "/t/l", "/t/c"}));
-
-  // The never-loaded third configuration comes first when the per-user one
-  // does not, so stopping after two then leaves the per-user file out.
+  put(kLocal, kKey + "/t/a\n" + kKey + "/t/l\nOther=1\n");
+  put(kShared, kKey + "/t/b\n" + kKey + "\\T\\A\n");  // the same as /t/a once repaired
+  put(kLocalBase, kKey + "C:\\x\\y\n");
   struct Case {
-    bool localFirst, stopAfterTwo;
-    std::vector<std::string> expected;
+    bool localFirst, base;
+    std::vector<std::u16string> expected;
   } cases[] = {
-      {true, true, {"/t/a", "/t/l", "/t/b"}},
-      {true, false, {"/t/a", "/t/l", "/t/b"}},
-      {false, true, {"/t/b", "/T/A"}},
-      {false, false, {"/t/b", "/T/A", "/t/l"}},
+      {true, false, {u"/t/a", u"/t/l", u"/t/b"}},
+      {false, false, {u"/t/b", u"/T/A", u"/t/l"}},
+      // In base mode the ordinary per-user file stands in for the shared one.
+      {true, true, {u"C:/x/y", u"/t/a", u"/t/l"}},
+      {false, true, {u"/t/a", u"/t/l", u"C:/x/y"}},
   };
-  Starter starter(false);
-  starter.loadConfig();
   for (const Case& c : cases) {
-    // What the list held before is kept and does not count as already taken.
-    std::vector<std::u16string> out{u"/T/B"};
-    starter.getConfigFilesValues(c.localFirst, kConfigFileFieldTemplatesLocation, out,
-                                 c.stopAfterTwo);
-    std::vector<std::string> expected{"/T/B"};
-    expected.insert(expected.end(), c.expected.begin(), c.expected.end());
-    EXPECT_EQ(narrow_all(out), expected) << c.localFirst << c.stopAfterTwo;
+    std::vector<std::u16string> out;
+    get_tmplts_list(out, c.localFirst, c.base);
+    EXPECT_EQ(out, c.expected) << c.localFirst << c.base;
   }
 }
 
-TEST_F(StarterTest, StoredBackslashesReadAsSlashes) {
-  put(kLocal, kKey + "C:\\x\\y\n" + kKey + "\\\\srv\\share\\\n" + kKey + "C:/x/y\\\n");
-  // C:\x\y and C:/x/y\ differ in the trailing separator only, so both stay.
-  EXPECT_EQ(list(true, false), (std::vector<std::string>{"C:/x/y", "//srv/share/", "C:/x/y/"}));
-}
-
-TEST_F(StarterTest, LaterDuplicatesAreRemoved) {
-  struct Case {
-    std::vector<std::string> in, out;
-  } cases[] = {
-      {{"/t/a", "/t/a/"}, {"/t/a", "/t/a/"}},
-      {{"/t/a", "/t/a\\"}, {"/t/a"}},
-      {{"/t/a\\", "/t/a"}, {"/t/a\\"}},
-      {{"/t/a", "/T/A", "/t/b", "/t/A"}, {"/t/a", "/t/b"}},
-      {{"/t/a/", "/T/A/", "/t/a//"}, {"/t/a/", "/t/a//"}},
-      {{"", "x", "", "X"}, {"", "x"}},
-      {{"/Ж", "/ж"}, {"/Ж", "/ж"}},
-  };
-  for (const Case& c : cases) {
-    std::vector<std::u16string> list = widen_all(c.in);
-    Starter::removePathDuplicates(list);
-    EXPECT_EQ(narrow_all(list), c.out) << c.in.size();
-  }
-}
-
-TEST_F(StarterTest, SettingWritesOnlyThePerUserFile) {
+TEST_F(StarterTest, SettingRewritesOnlyThePerUserFileByteForByte) {
+  // Cyrillic paths, a line longer than a read block, Ж cut by the second block
+  // boundary, a stray Latin-1 byte ending the third block and a cut character
+  // at the very end of the file.
+  std::string before = "DefaultVersion=8.2\nInstalledLocation=/opt/Орво/Плом 8/\nCommonInfoBases=" +
+                       std::string(1100, 'b') + "\nInstallComponents=";
+  before.append(2047 - before.size(), 'c');
+  before += "\xD0\x96\n" + kKey + "/old/Шаблоны\nDistributiveLocation=/home/u/Загрузки/";
+  before.append(3071 - before.size(), 'd');
+  before += "\xE9tude\nCommonCfgLocation=/srv/общие\xD0";
+  put(kLocal, before);
   put(kShared, kKey + "/shared\n");
   testsupport::Snapshot sharedBefore = snapshot(home(".plom8"));
 
-  // The directory is created when the file is missing.
-  set_tmplts_list(widen_all({"/t/a", "/t/a/", "/T/A"}), false);
-  EXPECT_EQ(read_file(home(kLocal)), kKey + "/t/a\n" + kKey + "/t/a/\n");
-  EXPECT_EQ(snapshot(home(".plom8")), sharedBefore);
+  ConfigFile config;
+  read_config_file(w(home(kLocal)), config);
+  auto tail = [&](const char16_t* key, size_t n) {
+    const std::vector<std::u16string>* v = config.findValues(key);
+    return v ? v->front().substr(v->front().size() - n) : u"(none)";
+  };
+  EXPECT_EQ(tail(u"InstallComponents", 2), u"cЖ");
+  EXPECT_EQ(tail(u"DistributiveLocation", 6), u"d\xDCE9tude");
+  EXPECT_EQ(tail(u"CommonCfgLocation", 2), u"е\xDCD0");
 
-  set_tmplts_list(widen_all({"/b"}), true);
+  // New values take the key's place. Later duplicates go, case ignored and an
+  // entry without a final separator compared with "\\" appended. The base
+  // directory is created on demand.
+  set_tmplts_list({u"/new/Шаблоны", u"/old/Шаблоны", u"/NEW/Шаблоны\\", u"/new/Шаблоны/"}, false);
+  set_tmplts_list({u"/b"}, true);
+  const std::string oldLine = kKey + "/old/Шаблоны\n";
+  std::string expected = before + "\n";
+  expected.insert(expected.find(oldLine) + oldLine.size(), kKey + "/new/Шаблоны/\n");
+  expected.insert(expected.find(oldLine), kKey + "/new/Шаблоны\n");
+  EXPECT_EQ(read_file(home(kLocal)), expected);
   EXPECT_EQ(read_file(home(kLocalBase)), kKey + "/b\n");
-  EXPECT_EQ(read_file(home(kLocal)), kKey + "/t/a\n" + kKey + "/t/a/\n");
   EXPECT_EQ(snapshot(home(".plom8")), sharedBefore);
-
-  // An empty list drops the key's lines and keeps the other keys.
-  put(kLocal, "First=1\n" + kKey + "/t/a\nLast=2\n");
+  // An empty list drops the key's lines.
   set_tmplts_list({}, false);
-  EXPECT_EQ(read_file(home(kLocal)), "First=1\nLast=2\n");
+  expected = before + "\n";
+  EXPECT_EQ(read_file(home(kLocal)), expected.erase(expected.find(oldLine), oldLine.size()));
 }
 
-TEST_F(StarterTest, OtherContentsSurviveARewrite) {
-  // A per-user file as the starter leaves it: other keys, Cyrillic paths, a
-  // long line, a stray Latin-1 byte and a character across a block boundary.
-  std::string before = "DefaultVersion=8.2\nInstalledLocation=/opt/Орво/Плом 8/\n";
-  before += "CommonInfoBases=" + std::string(2990, 'b') + "\n";
-  before += "DistributiveLocation=/home/u/Загрузки/caf\xE9\n";
-  const std::string oldLines = kKey + "/old/Шаблоны\n" + kKey + "/old/two\n";
-  before += oldLines;
-  std::string pad = "InstallComponents=";
-  pad.append(4095 - before.size() - pad.size(), 'c');
-  before += pad + "\xD0\x96\n";  // Ж from the last byte of the fourth block on
-  before += "CommonCfgLocation=/srv/общие\n";
-  ASSERT_EQ(before.substr(4095, 2), "\xD0\x96");
-  put(kLocal, before);
+TEST(CleanProposalTest, RemoteAndDecoratedProposals) {
+  struct Case {
+    std::u16string in, out;
+  } cases[] = {
+      {u"file:///opt/t", u"/opt/t"},
+      {u"/a/file://b/file://c", u"/a/b/file://c"},
+      {u"https://host/t", u""},
+      {u"/x/http://y", u""},
+      {u"ftp://host", u""},
+      {u"HTTP://host", u"HTTP://host"},
+      {u"file:///o\npt/\rt\r\n", u"/opt/t"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(clean_proposal(c.in), c.out) << narrow_lib(c.in);
+}
 
-  set_tmplts_list(widen_all({"/new/Шаблоны", "/old/Шаблоны", "/old/two"}), false);
-  std::string expected = before;
-  expected.replace(expected.find(oldLines), oldLines.size(), kKey + "/new/Шаблоны\n" + oldLines);
-  EXPECT_EQ(read_file(home(kLocal)), expected);
+TEST_F(StarterTest, StateWritesBackToTheFileTheListCameFrom) {
+  // Which files record_template_dir writes shows the flags and the list read.
+  const std::string kNone = "(no file)",
+                    kOld = kKey + "file:///opt/Шаблоны\r\n" + kKey + "/t/b\r\n";
+  struct Case {
+    std::string ordinary, base;
+    bool writeOrdinary, writeBase;
+    std::string proposal, record, ordinaryAfter, baseAfter;
+  } cases[] = {
+      {kNone, kNone, false, false, "", "/t/new", kNone, kNone},
+      {kNone, "Other=1\n", false, false, "", "/t/new", kNone, "Other=1\n"},
+      {kNone, kOld, false, true, "/opt/Шаблоны", "/t/new/", kNone, kKey + "/t/new\n" + kOld},
+      {"Other=1\n", kOld, true, false, "", "/t/c//", "Other=1\n" + kKey + "/t/c/\n", kOld},
+      {kKey + "/t/a\n" + kKey + "/t/b\n", kNone, true, false, "/t/a", "/T/A\\",
+       kKey + "/T/A\n" + kKey + "/t/b\n", kNone},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.ordinary + " | " + c.base);
+    ASSERT_EQ(std::system(("rm -rf '" + home(".Orvo") + "'").c_str()), 0);
+    if (c.ordinary != kNone) put(kLocal, c.ordinary);
+    if (c.base != kNone) put(kLocalBase, c.base);
+    StarterState state = read_starter_state();
+    EXPECT_EQ(state.writeOrdinary, c.writeOrdinary);
+    EXPECT_EQ(state.writeBase, c.writeBase);
+    EXPECT_EQ(narrow_lib(state.proposal),
+              c.proposal.empty() ? home(".plom8/Orvo/plom8//tmplts") : c.proposal);
+    EXPECT_EQ(record_template_dir(state, w(c.record)), 0);
+    EXPECT_EQ(exists(home(kLocal)) ? read_file(home(kLocal)) : kNone, c.ordinaryAfter);
+    EXPECT_EQ(exists(home(kLocalBase)) ? read_file(home(kLocalBase)) : kNone, c.baseAfter);
+  }
+
+  // A failed write is reported and changes nothing: the file has become a
+  // directory since it was read.
+  put(kLocal, kKey + "/t/a\n");
+  StarterState state = read_starter_state();
+  ASSERT_EQ(std::remove(home(kLocal).c_str()), 0);
+  put(kLocal + "/inside", "x");
+  testsupport::Snapshot before = snapshot(m_home);
+  EXPECT_EQ(record_template_dir(state, w("/t/new")), 1);
+  EXPECT_EQ(snapshot(m_home), before);
 }
 
 }  // namespace
