@@ -2,6 +2,7 @@
 #include "fuzz_bodies.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz_inflate_input(data, size);
+  unsigned verdict;
+  abort_if(inflate_invariant_broken(data, size, &verdict));
   return 0;
 }
