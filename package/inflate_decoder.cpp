@@ -268,6 +268,9 @@ class BlockwiseInflater {
       // buffer ends without taking input or giving output, which zlib
       // reports as Z_BUF_ERROR.
       if ((result == Z_OK || result == Z_BUF_ERROR) && (m_zs.data_type & 128)) {
+        // The end of the stream's last block: stopping at block ends, zlib
+        // reports it as a block end with the "last block" bit set.
+        if (m_zs.data_type & 64) return Step::kStreamEnd;
         if (m_total - start >= span) {
           position = uint64_t(m_zs.next_in - m_data) * 8 - (m_zs.data_type & 7);
           return Step::kBlockDone;
