@@ -11,6 +11,7 @@ int main(int argc, char** argv) {
   g_setenv("HOME", home, TRUE);
   g_mkdir_with_parents((std::string(home) + "/.local/share").c_str(), 0700);
   for (const char* v : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"}) g_unsetenv(v);
+  g_get_user_data_dir();  // GLib keeps this first answer, whatever HOME a test sets later
   G_GNUC_BEGIN_IGNORE_DEPRECATIONS
   g_thread_init(nullptr);
   G_GNUC_END_IGNORE_DEPRECATIONS

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
 
-#include <functional>
 #include <string>
 
 namespace gtktest {
@@ -40,37 +39,6 @@ inline bool SaveScreenshot(GtkWidget* window, const std::string& png_path) {
   if (pb) g_object_unref(pb);
   return ok;
 }
-
-// Answers real modal dialogs (gtk_dialog_run) from a timer inside their
-// nested loop: on_dialog(dialog) returns the response, or kAskAgain.
-class DialogResponder {
- public:
-  static constexpr int kAskAgain = 1000;
-  explicit DialogResponder(std::function<int(GtkDialog*)> on_dialog)
-      : on_dialog_(std::move(on_dialog)),
-        source_(gdk_threads_add_timeout(20, &DialogResponder::tick, this)) {}
-  ~DialogResponder() { g_source_remove(source_); }
-  int answered = 0;
-
- private:
-  static gboolean tick(gpointer p) {
-    auto* self = static_cast<DialogResponder*>(p);
-    GList* tops = gtk_window_list_toplevels();
-    for (GList* l = tops; l; l = l->next) {
-      if (!GTK_IS_DIALOG(l->data) || !gtk_widget_get_mapped(GTK_WIDGET(l->data))) continue;
-      const int response = self->on_dialog_(GTK_DIALOG(l->data));
-      if (response != kAskAgain) {
-        ++self->answered;
-        gtk_dialog_response(GTK_DIALOG(l->data), response);
-      }
-      break;
-    }
-    g_list_free(tops);
-    return TRUE;
-  }
-  std::function<int(GtkDialog*)> on_dialog_;
-  guint source_;
-};
 
 }  // namespace gtktest
 

@@ -47,8 +47,6 @@ TEST_P(EveryLanguage, EveryPageFitsAndEveryGlyphExists) {
   const LangIdType id = get_lang_id_by_lang_code(GetParam());
   ASSERT_NE(id, kLangNone);
   set_resource_lang(id);
-  source("trade/retail/template.xml", "<template/>\n");
-  source("trade/retail/settings.ini", "[Company]\n");
   buildPackage({{GetParam(), "Demo Templates 3.0", "Demo Vendor", "/docs/d.html"}});
   testsupport::ScopedEnv slow("TPL_TEST_STATE_DELAY_MS", "150");
   CInstallerDlg& dialog = start(widen_lib(GetParam()));
@@ -57,7 +55,7 @@ TEST_P(EveryLanguage, EveryPageFitsAndEveryGlyphExists) {
   // What a user would see: a directory below the home folder.
   dialog.dirSelectPage()->setPath(std::string("/home/user/.plom8/Orvo/plom8/tmplts"));
   check("2-directory");
-  dialog.dirSelectPage()->setPath(m_root / "dest");
+  dialog.dirSelectPage()->setPath(m_dest);
   // The progress page while the run goes on, and at its end.
   bool running = false, finished = false;
   everyTick([&] {

@@ -40,6 +40,7 @@ class WizardTest : public ::testing::Test {
   void SetUp() override {
     for (const std::string& dir : {m_home + "/.local/share", m_tmp, m_kit})
       ASSERT_EQ(g_mkdir_with_parents(dir.c_str(), 0700), 0);
+    put_file(m_opened, "");
     put_file(m_root / "bin/xdg-open", "#!/bin/sh\nprintf '%s\\n' \"$@\" >> '" + m_opened + "'\n");
     ASSERT_EQ(chmod((m_root / "bin/xdg-open").c_str(), 0755), 0);
     m_env.emplace_back(new testsupport::ScopedEnv("HOME", m_home));
@@ -49,6 +50,9 @@ class WizardTest : public ::testing::Test {
     m_oldCwd = cwd;
     g_free(cwd);
     ASSERT_EQ(chdir(m_kit.c_str()), 0);
+    source("trade/retail/template.xml", "<template id=\"retail\"/>\n");
+    source("trade/retail/settings.ini", "[Company]\nCurrency=EUR\n");
+    source(kDoc, "<html>description</html>\n");
     set_message_box_hook([this](GtkMessageType type, GtkButtonsType, const std::string& title,
                                 const std::string& body) {
       m_boxes.push_back(box(type, body, title));
@@ -86,19 +90,20 @@ class WizardTest : public ::testing::Test {
     ASSERT_TRUE(tpk::write_package(m_kit + "/plom8.tpk", header, files, 6, nullptr, error))
         << error;
   }
-  CInstallerDlg& construct(const std::u16string& language, bool silent) {
+  // A dialog on the kit: a silent one run to its end, else with its window
+  // and welcome page up.
+  CInstallerDlg& start(const std::u16string& language = u"en", bool silent = false) {
     m_dialog.reset();  // the old window goes before the new one comes
     m_dialog.reset(new CInstallerDlg(1, m_argv, silent, "Test installer", language, true));
+    if (silent) {
+      m_dialog->DoModal();
+    } else {
+      EXPECT_TRUE(m_dialog->OnInitDialog());
+      m_dialog->showMainWindow();
+      m_dialog->showWelcomePage();
+      gtktest::Pump();
+    }
     return *m_dialog;
-  }
-  // A dialog on the kit with its window and welcome page up.
-  CInstallerDlg& start(const std::u16string& language = u"en") {
-    CInstallerDlg& dialog = construct(language, false);
-    EXPECT_TRUE(dialog.OnInitDialog());
-    dialog.showMainWindow();
-    dialog.showWelcomePage();
-    gtktest::Pump();
-    return dialog;
   }
   // From the welcome page to the directory page, then types `path`.
   void toDirectoryPage(const std::string& path) {
@@ -112,27 +117,42 @@ class WizardTest : public ::testing::Test {
     return page ? label(page->label()) : "(no final page)";
   }
   // Calls tick() every 10 ms from the main loop (also inside the wizard's
-  // own loops) until it returns false.
+  // own loops and modal dialogs) until it returns false.
   void everyTick(std::function<bool()> tick) {
+    if (m_tick) g_source_remove(m_tick);
     m_tickFn = std::move(tick);
     m_tick = gdk_threads_add_timeout(
         10,
-        [](gpointer p) -> gboolean {
-          auto* self = static_cast<WizardTest*>(p);
-          if (self->m_tickFn()) return TRUE;
-          self->m_tick = 0;
+        [](gpointer self) -> gboolean {
+          auto* test = static_cast<WizardTest*>(self);
+          if (test->m_tickFn()) return TRUE;
+          test->m_tick = 0;
           return FALSE;
         },
         this);
   }
-  std::string opened() const {
-    return testsupport::exists(m_opened) ? testsupport::read_file(m_opened) : "";
+  // Answers real modal dialogs (gtk_dialog_run): answer(dialog) returns the
+  // response, or kAskAgain to be asked again on the next tick.
+  static constexpr int kAskAgain = 1000;
+  void answerDialogs(std::function<int(GtkDialog*)> answer) {
+    everyTick([answer] {
+      GList* tops = gtk_window_list_toplevels();
+      for (GList* l = tops; l; l = l->next) {
+        if (!GTK_IS_DIALOG(l->data) || !gtk_widget_get_mapped(GTK_WIDGET(l->data))) continue;
+        const int response = answer(GTK_DIALOG(l->data));
+        if (response != kAskAgain) gtk_dialog_response(GTK_DIALOG(l->data), response);
+        break;
+      }
+      g_list_free(tops);
+      return true;
+    });
   }
 
+  static constexpr const char* kDoc = "docs/read me $HOME \"1\".html";  // one of the sources
   testsupport::TempDir m_root;
   const std::string m_home = m_root / "home", m_tmp = m_root / "tmp", m_kit = m_root / "kit",
                     m_src = m_root / "src", m_opened = m_root / "opened.log",
-                    m_cfg = m_home + "/.Orvo/zelbrun/zelbrun.cfg";
+                    m_dest = m_root / "dest", m_cfg = m_home + "/.Orvo/zelbrun/zelbrun.cfg";
   std::vector<std::unique_ptr<testsupport::ScopedEnv>> m_env;
   std::string m_oldCwd;
   std::unique_ptr<CInstallerDlg> m_dialog;
