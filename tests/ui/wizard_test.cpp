@@ -75,6 +75,7 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
                 {"en", "Demo Templates", "Demo Vendor", "\\docs\\read me $HOME \"1\".html"}});
   const std::string old = m_root / "old";
   uitest::put_file(m_cfg, "ConfigurationTemplatesLocation=" + old + "\n");
+  testsupport::ScopedEnv slow("TPL_TEST_STATE_DELAY_MS", "150");
   CInstallerDlg& dialog = start();
   const auto w = dialog.widgets();
   EXPECT_EQ(label(dialog.welcomePage()->label()),
@@ -117,8 +118,22 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
                                       question, question}));
 
   gtk_entry_set_text(entry, (m_dest + "\\sub").c_str());  // "\" read as "/"
+  // Each published state is held 150 ms with nothing else going on: only the
+  // worker's wake-up can get the loop to show it.
+  std::vector<double> shown;
+  everyTick([&] {
+    if (!dialog.progressPage()) return true;
+    g_signal_connect(dialog.progressPage()->bar(), "notify::fraction",
+                     G_CALLBACK(+[](GObject* bar, GParamSpec*, gpointer v) {
+                       const double f = gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(bar));
+                       if (f > 0) static_cast<std::vector<double>*>(v)->push_back(f);
+                     }),
+                     &shown);
+    return false;
+  });
   CLICK(w.next);
   ASSERT_EQ(dialog.step(), CInstallerDlg::kStepSuccess);
+  EXPECT_EQ(shown, (std::vector<double>{0.33, 0.66, 1.0}));
   EXPECT_EQ(read_file(m_dest + "/sub/trade/retail/settings.ini"), "[Company]\nCurrency=EUR\n");
   EXPECT_EQ(read_file(m_cfg), "ConfigurationTemplatesLocation=" + m_dest +
                                   "/sub\nConfigurationTemplatesLocation=" + old + "\n");
