@@ -271,7 +271,8 @@ def bench_shape(shape, args, tools, scratch_root):
 
     steps = [("fresh", lambda i: ours("fresh", "--fresh", i)),
              ("floor", lambda i: ours("floor", "--floor", i)),
-             ("floorfull", lambda i: ours("floorfull", "--floor", i, before=("--floor-reads", "full")))]
+             ("floorfull", lambda i: ours("floorfull", "--floor", i, before=("--floor-reads", "full"))),
+             ("floorsmall", lambda i: ours("floorsmall", "--floor", i, before=("--floor-writes", "262144")))]
     if tools["tar"] and tools["gzip"]:
         steps.append(("tar", tar_step))
     else:
@@ -313,7 +314,7 @@ def bench_shape(shape, args, tools, scratch_root):
 
     # Checks, after all timing: our copies byte for byte, the others by name and size.
     o, rows = driver("--verify", target("fresh", 0), "--verify", target("older", 0), "--verify", target("floor", 0),
-                     "--verify", target("floorfull", 0))
+                     "--verify", target("floorfull", 0), "--verify", target("floorsmall", 0))
     bad = [r for r in rows["verify"] if r["mismatches"]]
     if bad:
         raise SystemExit("installed copies differ from the package: %s\n%s" % (bad, o.err))
@@ -417,7 +418,8 @@ def report(shape, args):
                        ("older", "install over an older copy: load + copy (pause excluded)"),
                        ("reinstall", "up-to-date reinstall: load + copy (pause excluded)"),
                        ("floor", "reference: load + plain-syscall copy, no shell"),
-                       ("floorfull", "  the same, each read asking for the whole 1 MiB buffer as the installer's do")):
+                       ("floorfull", "  the same, each read asking for the whole 1 MiB buffer as the installer's do"),
+                       ("floorsmall", "  the same, each 1 MiB written as four 256 KiB writes")):
         if key in s:
             written = x[key]["written"]
             wtext = ("%d" % written[0]) if written[0] is not None and len(set(written)) == 1 else (
@@ -489,9 +491,10 @@ def report(shape, args):
         # The same, each reinstall against the load inside it, which shares its
         # moment (and so the machine's other load) with it.
         own = med([(t - allowance) / l for t, l in zip(s["reinstall"], x["reinstall"]["own_load"])])
-        checks.append(("up-to-date reinstall <= 1.2 x load + 20 ms per 1,000 files", rm <= limit,
-                       "medians: %.3f s vs 1.2 x %.3f + %.3f = %.3f s; each run against its own load: "
-                       "(total - %.3f) / load = %.2f, median" % (rm, load_m, allowance, limit, allowance, own)))
+        checks.append(("up-to-date reinstall <= 1.2 x its load + 20 ms per 1,000 files", own <= 1.2,
+                       "each run against the load in the same process: (total - %.3f) / load = %.2f, median; "
+                       "medians of all runs: %.3f s vs 1.2 x %.3f + %.3f = %.3f s" % (
+                           allowance, own, rm, load_m, allowance, limit)))
     for name, ok, detail in checks:
         mark = "n/a" if ok is None else ("met" if ok else "MISSED")
         lines.append("- %s: **%s** (%s)" % (name, mark, detail))
@@ -505,7 +508,7 @@ def report(shape, args):
             for v in f["verified"]))
     if "cleanup_seconds" in f:
         lines.append("Deleting the %d extracted copies afterwards took %.1f s." % (
-            sum(len(v) for k, v in s.items() if k in ("fresh", "floor", "floorfull", "tar", "unzip", "e2e", "older")),
+            sum(len(v) for k, v in s.items() if k in ("fresh", "floor", "floorfull", "floorsmall", "tar", "unzip", "e2e", "older")),
             f["cleanup_seconds"]))
     lines.append("")
     return lines

@@ -18,6 +18,8 @@
 //                        how later --floor copies read: just the entry's
 //                        bytes (the default), or the whole buffer each time
 //                        as the installer does
+//   --floor-writes BYTES largest single write(2) of later --floor copies
+//                        (0, the default: one write per read)
 // One JSON object per phase goes to standard output, the last two being
 // "unload" (the reader deletes its working file) and "process". Installs run
 // with the installer's own final pause, which is timed apart from the copy:
@@ -262,9 +264,10 @@ std::string parent(const std::string& path) {
   return slash == std::string::npos ? std::string() : path.substr(0, slash);
 }
 
-// How the reference copy reads.
+// How the reference copy reads and writes.
 struct CopyStyle {
   bool readFull = false;  // every read asks for the whole buffer, as the installer's do
+  size_t writeChunk = 0;  // largest single write(2); 0: one write per read
 };
 
 // Writes every catalogue file below `dir` with plain system calls, through
@@ -300,7 +303,12 @@ size_t plain_copy(PackageReader& reader, const std::string& dir, bool older,
       if (uint64_t(got) > left) got = ssize_t(left);
       if (older)
         for (ssize_t i = 0; i < got; i += 4096) buffer[i] ^= 0xFF;
-      ok = write(dst, buffer, size_t(got)) == got;
+      size_t step = style.writeChunk ? style.writeChunk : size_t(got);
+      for (ssize_t done = 0; done < got && ok;) {
+        size_t n = std::min(step, size_t(got - done));
+        ok = write(dst, buffer + done, n) == ssize_t(n);
+        done += ssize_t(n);
+      }
       offset += uint64_t(got);
       left -= uint64_t(got);
     }
@@ -410,7 +418,7 @@ int usage() {
   std::fprintf(stderr,
                "usage: bench_install PACKAGE [--fresh DIR] [--reinstall DIR] [--older DIR]\n"
                "                     [--floor DIR] [--prepare-older DIR] [--verify DIR]\n"
-               "                     [--floor-reads exact|full] ...\n");
+               "                     [--floor-reads exact|full] [--floor-writes BYTES] ...\n");
   return 2;
 }
 
@@ -423,9 +431,9 @@ int main(int argc, char** argv) {
   for (int i = 2; i < argc; i += 2) {
     std::string option = argv[i];
     if (i + 1 >= argc) return usage();
-    static const std::set<std::string> kKnown = {"--fresh",      "--reinstall",     "--older",
-                                                 "--floor",      "--prepare-older", "--verify",
-                                                 "--floor-reads"};
+    static const std::set<std::string> kKnown = {"--fresh",       "--reinstall",     "--older",
+                                                 "--floor",       "--prepare-older", "--verify",
+                                                 "--floor-reads", "--floor-writes"};
     if (!kKnown.count(option)) return usage();
     std::string dir = argv[i + 1];
     while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
@@ -469,6 +477,8 @@ int main(int argc, char** argv) {
   for (const auto& [option, dir] : actions) {
     if (option == "--floor-reads") {
       style.readFull = dir == "full";
+    } else if (option == "--floor-writes") {
+      style.writeChunk = std::strtoul(dir.c_str(), nullptr, 10);
     } else if (option == "--fresh") {
       ok = install(reader, "fresh", dir) && ok;
     } else if (option == "--reinstall") {
@@ -483,7 +493,9 @@ int main(int argc, char** argv) {
       Record r(older ? "prepare-older" : "floor");
       r.add("dir", dir);
       meter.report(r);
-      if (!older) r.add("reads", style.readFull ? "full" : "exact");
+      if (!older)
+        r.add("reads", style.readFull ? "full" : "exact")
+            .add("write_chunk", uint64_t(style.writeChunk));
       r.add("failures", uint64_t(failures)).add("files", uint64_t(reader.files.size()));
       r.print();
       ok = failures == 0 && ok;
