@@ -58,27 +58,12 @@ TEST_F(ResourcesTest, CodesMapToTheirIds) {
     const char* code;
     LangIdType id;
   } cases[] = {
-      {"ru", kLangRu},
-      {"uk", kLangUk},
-      {"en", kLangEn},
-      {"lv", kLangLv},
-      {"lt", kLangLt},
-      {"bg", kLangBg},
-      {"de", kLangDe},
-      {"ro", kLangRo},
-      {"ka", kLangKa},
-      {"kk", kLangKk},
-      {"vi", kLangVi},
-      {"tr", kLangTr},
+      {"ru", kLangRu}, {"uk", kLangUk}, {"en", kLangEn}, {"lv", kLangLv}, {"lt", kLangLt},
+      {"bg", kLangBg}, {"de", kLangDe}, {"ro", kLangRo}, {"ka", kLangKa}, {"kk", kLangKk},
+      {"vi", kLangVi}, {"tr", kLangTr},
       // Only the exact two lower-case letters are known.
-      {"EN", kLangNone},
-      {"En", kLangNone},
-      {"en_US", kLangNone},
-      {"e", kLangNone},
-      {"fr", kLangNone},
-      {"", kLangNone},
-      {"en ", kLangNone},
-      {"C", kLangNone},
+      {"EN", kLangNone}, {"En", kLangNone}, {"en_US", kLangNone}, {"e", kLangNone},
+      {"fr", kLangNone}, {"", kLangNone}, {"en ", kLangNone}, {"C", kLangNone},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(get_lang_id_by_lang_code(c.code), c.id) << '"' << c.code << '"';
