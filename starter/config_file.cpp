@@ -8,6 +8,11 @@ bool same(const std::u16string& a, const std::u16string& b) { return compare_noc
 
 }  // namespace
 
+ConfigFile::Entry& ConfigFile::appendEntry(const std::u16string& key) {
+  m_entries.push_back(Entry{key, {}});
+  return m_entries.back();
+}
+
 const std::vector<std::u16string>* ConfigFile::findValues(const std::u16string& key) const {
   for (const Entry& entry : m_entries)
     if (same(entry.key, key)) return &entry.values;
@@ -22,10 +27,7 @@ bool ConfigFile::addValue(const std::u16string& key, const std::u16string& value
       if (same(existing, value)) return false;
     target = &entry;
   }
-  if (!target) {
-    m_entries.push_back(Entry{key, {}});
-    target = &m_entries.back();
-  }
+  if (!target) target = &appendEntry(key);
   target->values.push_back(value);
   return true;
 }
@@ -38,10 +40,7 @@ bool ConfigFile::setValue(const std::u16string& key, const std::u16string& value
     entry.values.clear();
     target = &entry;
   }
-  if (!target) {
-    m_entries.push_back(Entry{key, {}});
-    target = &m_entries.back();
-  }
+  if (!target) target = &appendEntry(key);
   target->values.push_back(value);
   return true;
 }

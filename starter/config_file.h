@@ -38,5 +38,8 @@ class ConfigFile {
   bool removeValue(const std::u16string& key, const std::u16string& value);
 
  private:
+  // Appends an entry for `key` with no values and returns it.
+  Entry& appendEntry(const std::u16string& key);
+
   std::vector<Entry> m_entries;
 };
