@@ -269,6 +269,22 @@ def bench_shape(shape, args, tools, scratch_root):
             raise SystemExit("installer -S failed (exit %d): %s" % (o.code, o.err[-2000:]))
         res.add("e2e", o.seconds, cpu=o.cpu, rss=o.maxrss_kib)
 
+    def settle():
+        # Every timed step starts from the same memory state: written pages on
+        # disk, the page cache emptied, the three archives read back into it.
+        # Without this, the gigabytes of copies that pile up during a run make
+        # the later steps pay for the kernel's reclaim of old pages.
+        os.sync()
+        if not args.drop_caches:
+            return
+        with open("/proc/sys/vm/drop_caches", "w") as f:
+            f.write("1\n")
+        for path in paths.values():
+            if os.path.exists(path):
+                with open(path, "rb") as f:
+                    while f.read(1 << 20):
+                        pass
+
     steps = [("fresh", lambda i: ours("fresh", "--fresh", i)),
              ("floor", lambda i: ours("floor", "--floor", i)),
              ("floorfull", lambda i: ours("floorfull", "--floor", i, before=("--floor-reads", "full"))),
@@ -291,13 +307,13 @@ def bench_shape(shape, args, tools, scratch_root):
     for i in range(args.runs):
         order = steps[i % len(steps):] + steps[:i % len(steps)]
         for name, step in order:
-            os.sync()
+            settle()
             step(i)
         log("%s run %d/%d: %s" % (shape, i + 1, args.runs, ", ".join(
             "%s %.3fs" % (n, res.samples[n][-1]) for n, _ in steps)))
     # Round 2: up-to-date reinstalls over the fresh copies.
     for i in range(args.runs):
-        os.sync()
+        settle()
         ours("reinstall", "--reinstall", i, where="fresh")
     log("%s reinstall: %s" % (shape, " ".join("%.3f" % s for s in res.samples["reinstall"])))
     # Round 3: installs over older copies, all prepared first. Each of these
@@ -306,7 +322,7 @@ def bench_shape(shape, args, tools, scratch_root):
     for i in range(args.runs):
         driver("--prepare-older", target("older", i))
     for i in range(args.runs):
-        os.sync()
+        settle()
         if i and args.settle:
             time.sleep(args.settle)
         ours("older", "--older", i)
@@ -542,6 +558,8 @@ def machine_lines(args, loads, started):
         "- machine: %d cores (nproc), %s, %s memory; kernel %s; file system %s on %s" % (
             os.cpu_count() or 0, cpu, mem, platform.release(), fs, dev[0] if dev else "?"),
         "- load average before / after: %s / %s" % (loads[0], loads[1]),
+        "- page cache: %s" % ("emptied before every timed step, the archives read back in (warm input, "
+                              "no piled-up copies)" if args.drop_caches else "left as it is between steps"),
         "- peers: %s; %s; %s" % (first_line(["tar", "--version"]), first_line(["gzip", "--version"]),
                                  first_line(["unzip", "-v"])),
         "- command: `bench/run.sh --runs %d --shape %s%s`" % (
@@ -570,11 +588,15 @@ def main():
     ap.add_argument("--settle", type=float, default=0.0,
                     help="seconds to wait before each install over an older copy after the first")
     ap.add_argument("--keep", action="store_true", help="keep the extracted copies")
+    ap.add_argument("--no-drop-caches", dest="drop_caches", action="store_false",
+                    help="do not empty the page cache before each timed step (it is emptied only "
+                         "when /proc/sys/vm/drop_caches is writable, that is as root)")
     ap.add_argument("--all-targets", action="store_true", help="check the library targets on every shape")
     ap.add_argument("--bench-dir", default=os.environ.get("BENCH_DIR", os.path.join(HERE, "out")))
     ap.add_argument("--build-dir", required=True)
     ap.add_argument("--report", help="also write the report (markdown) to this file")
     args = ap.parse_args()
+    args.drop_caches = args.drop_caches and os.access("/proc/sys/vm/drop_caches", os.W_OK)
     args.bench_dir = os.path.abspath(args.bench_dir)
     if args.runs < 1:
         ap.error("--runs must be at least 1")
