@@ -2,14 +2,15 @@
 #include "gtk_test_support.h"
 
 #include <cstdio>
-#include <cstdlib>
+
+#include "support/test_support.h"
 
 int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
   // The file chooser writes below HOME from a timer: a private, existing one.
-  gchar* home = g_dir_make_tmp("gtktest-home-XXXXXX", nullptr);
-  g_setenv("HOME", home, TRUE);
-  g_mkdir_with_parents((std::string(home) + "/.local/share").c_str(), 0700);
+  testsupport::TempDir home;
+  testsupport::ScopedEnv homeEnv("HOME", home.path());
+  g_mkdir_with_parents((home / ".local/share").c_str(), 0700);
   for (const char* v : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"}) g_unsetenv(v);
   g_get_user_data_dir();  // GLib keeps this first answer, whatever HOME a test sets later
   G_GNUC_BEGIN_IGNORE_DEPRECATIONS
@@ -31,7 +32,5 @@ int main(int argc, char** argv) {
   gdk_threads_enter();
   const int rc = RUN_ALL_TESTS();
   gdk_threads_leave();
-  if (std::system(("rm -rf '" + std::string(home) + "'").c_str()) != 0) return 1;
-  g_free(home);
   return rc;
 }

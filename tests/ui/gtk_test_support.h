@@ -27,19 +27,6 @@ inline void Post(GtkWidget* window, GdkEventType type, guint keyval = 0) {
   gdk_event_free(event);
 }
 
-// Saves what the window shows as PNG. False on error.
-inline bool SaveScreenshot(GtkWidget* window, const std::string& png_path) {
-  Pump();
-  gdk_window_process_all_updates();
-  GdkWindow* gw = gtk_widget_get_window(window);
-  int w = 0, h = 0;
-  gdk_drawable_get_size(gw, &w, &h);
-  GdkPixbuf* pb = gdk_pixbuf_get_from_drawable(nullptr, gw, nullptr, 0, 0, 0, 0, w, h);
-  const bool ok = pb && gdk_pixbuf_save(pb, png_path.c_str(), "png", nullptr, nullptr);
-  if (pb) g_object_unref(pb);
-  return ok;
-}
-
 }  // namespace gtktest
 
 // Clicks a button only if a user could (on screen, sensitive): fails the test otherwise.

@@ -1,11 +1,10 @@
-// A private world for one wizard: HOME, TMPDIR, a distribution kit folder
-// (the working directory, so the dialog runs with useCwd), an xdg-open stub
-// on PATH that records its arguments, and scripted answers for message boxes.
+// A private world for one wizard: HOME, TMPDIR, a kit folder as working
+// directory (useCwd), an xdg-open stub recording its arguments, and scripted
+// answers for message boxes.
 #pragma once
 
-#include <unistd.h>
-
 #include <deque>
+#include <filesystem>
 #include <memory>
 
 #include "app/resources.h"
@@ -40,16 +39,9 @@ class WizardTest : public ::testing::Test {
   void SetUp() override {
     for (const std::string& dir : {m_home + "/.local/share", m_tmp, m_kit})
       ASSERT_EQ(g_mkdir_with_parents(dir.c_str(), 0700), 0);
-    put_file(m_opened, "");
     put_file(m_root / "bin/xdg-open", "#!/bin/sh\nprintf '%s\\n' \"$@\" >> '" + m_opened + "'\n");
-    ASSERT_EQ(chmod((m_root / "bin/xdg-open").c_str(), 0755), 0);
-    m_env.emplace_back(new testsupport::ScopedEnv("HOME", m_home));
-    m_env.emplace_back(new testsupport::ScopedEnv("TMPDIR", m_tmp));
-    m_env.emplace_back(new testsupport::ScopedEnv("PATH", m_root / "bin:" + getenv("PATH")));
-    gchar* cwd = g_get_current_dir();
-    m_oldCwd = cwd;
-    g_free(cwd);
-    ASSERT_EQ(chdir(m_kit.c_str()), 0);
+    std::filesystem::permissions(m_root / "bin/xdg-open", std::filesystem::perms::owner_all);
+    std::filesystem::current_path(m_kit);
     source("trade/retail/template.xml", "<template id=\"retail\"/>\n");
     source("trade/retail/settings.ini", "[Company]\nCurrency=EUR\n");
     source(kDoc, "<html>description</html>\n");
@@ -57,8 +49,9 @@ class WizardTest : public ::testing::Test {
                                 const std::string& body) {
       m_boxes.push_back(box(type, body, title));
       EXPECT_FALSE(m_answers.empty()) << "unexpected message box: " << body;
-      const int answer = m_answers.empty() ? int(GTK_RESPONSE_DELETE_EVENT) : m_answers.front();
-      if (!m_answers.empty()) m_answers.pop_front();
+      if (m_answers.empty()) return int(GTK_RESPONSE_DELETE_EVENT);
+      const int answer = m_answers.front();
+      m_answers.pop_front();
       return answer;
     });
   }
@@ -69,7 +62,7 @@ class WizardTest : public ::testing::Test {
     set_message_box_hook(nullptr);
     set_resource_lang(kLangEn);
     EXPECT_TRUE(m_answers.empty()) << m_answers.size() << " scripted answer(s) not used";
-    EXPECT_EQ(chdir(m_oldCwd.c_str()), 0);
+    std::filesystem::current_path(m_oldCwd);
   }
 
   void source(const std::string& name, const std::string& bytes) {
@@ -90,19 +83,15 @@ class WizardTest : public ::testing::Test {
     ASSERT_TRUE(tpk::write_package(m_kit + "/plom8.tpk", header, files, 6, nullptr, error))
         << error;
   }
-  // A dialog on the kit: a silent one run to its end, else with its window
-  // and welcome page up.
+  // A dialog on the kit; unless silent, with its window and welcome page up.
   CInstallerDlg& start(const std::u16string& language = u"en", bool silent = false) {
     m_dialog.reset();  // the old window goes before the new one comes
     m_dialog.reset(new CInstallerDlg(1, m_argv, silent, "Test installer", language, true));
-    if (silent) {
-      m_dialog->DoModal();
-    } else {
-      EXPECT_TRUE(m_dialog->OnInitDialog());
-      m_dialog->showMainWindow();
-      m_dialog->showWelcomePage();
-      gtktest::Pump();
-    }
+    if (silent) return *m_dialog;
+    EXPECT_TRUE(m_dialog->OnInitDialog());
+    m_dialog->showMainWindow();
+    m_dialog->showWelcomePage();
+    gtktest::Pump();
     return *m_dialog;
   }
   // From the welcome page to the directory page, then types `path`.
@@ -125,9 +114,7 @@ class WizardTest : public ::testing::Test {
         10,
         [](gpointer self) -> gboolean {
           auto* test = static_cast<WizardTest*>(self);
-          if (test->m_tickFn()) return TRUE;
-          test->m_tick = 0;
-          return FALSE;
+          return test->m_tickFn() ? TRUE : (test->m_tick = 0, FALSE);
         },
         this);
   }
@@ -153,8 +140,9 @@ class WizardTest : public ::testing::Test {
   const std::string m_home = m_root / "home", m_tmp = m_root / "tmp", m_kit = m_root / "kit",
                     m_src = m_root / "src", m_opened = m_root / "opened.log",
                     m_dest = m_root / "dest", m_cfg = m_home + "/.Orvo/zelbrun/zelbrun.cfg";
-  std::vector<std::unique_ptr<testsupport::ScopedEnv>> m_env;
-  std::string m_oldCwd;
+  testsupport::ScopedEnv m_homeEnv{"HOME", m_home}, m_tmpEnv{"TMPDIR", m_tmp},
+      m_pathEnv{"PATH", m_root / "bin:" + getenv("PATH")};
+  const std::filesystem::path m_oldCwd = std::filesystem::current_path();
   std::unique_ptr<CInstallerDlg> m_dialog;
   std::vector<std::string> m_boxes;
   std::deque<int> m_answers;

@@ -4,22 +4,21 @@
 
 #include "wizard_fixture.h"
 
-namespace {
+namespace uitest {
 
 using testsupport::read_file;
 using testsupport::snapshot;
-using uitest::box;
-using uitest::label;
-using uitest::text;
 
 class TitledOwner : public CWnd {
  public:
   std::u16string getTitle() const override { return u"Установка"; }
 };
 
-TEST(MessageBox, FlagsChooseKindAndButtonsAndResponsesMapToAnswers) {
+using Flow = WizardTest;
+
+TEST_F(Flow, MessageBoxFlagsChooseKindAndButtonsAndResponsesMapToAnswers) {
   TitledOwner owner;
-  struct Case {
+  struct Case {  // flags -> kind and buttons; the box's response -> answer
     CWnd* owner;
     unsigned flags;
     GtkMessageType type;
@@ -48,20 +47,13 @@ TEST(MessageBox, FlagsChooseKindAndButtonsAndResponsesMapToAnswers) {
                         std::to_string(c.buttons))
         << std::hex << c.flags;
   }
+  // The real box shows the text as it is, over its owner, and answers.
   set_message_box_hook(nullptr);
-}
-
-using Flow = uitest::WizardTest;
-
-TEST_F(Flow, RealMessageBoxShowsTheTextAsItIsAndAnswers) {
-  set_message_box_hook(nullptr);
-  TitledOwner owner;
   std::string seen;
   answerDialogs([&](GtkDialog* d) {
     gchar* body = nullptr;
     g_object_get(d, "text", &body, nullptr);
-    const gchar* title = gtk_window_get_title(GTK_WINDOW(d));
-    seen = std::string(body ? body : "") + "|" + (title ? title : "") +
+    seen = std::string(body) + "|" + gtk_window_get_title(GTK_WINDOW(d)) +
            (gtk_window_get_modal(GTK_WINDOW(d)) ? "|modal" : "");
     g_free(body);
     return int(GTK_RESPONSE_YES);
@@ -74,12 +66,10 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
   buildPackage({{"ru", "Шаблоны", "Поставщик", "/docs/missing.html"},
                 {"en", "Demo Templates", "Demo Vendor", "\\docs\\read me $HOME \"1\".html"}});
   const std::string old = m_root / "old";
-  uitest::put_file(m_cfg, "ConfigurationTemplatesLocation=" + old + "\n");
+  put_file(m_cfg, "ConfigurationTemplatesLocation=" + old + "\n");
   testsupport::ScopedEnv slow("TPL_TEST_STATE_DELAY_MS", "150");
   CInstallerDlg& dialog = start();
   const auto w = dialog.widgets();
-  EXPECT_EQ(label(dialog.welcomePage()->label()),
-            text("IDS_WELCOME_TITLE") + " Demo Templates (Demo Vendor).");
   CLICK(w.next);
   CLICK(w.back);
   EXPECT_EQ(dialog.step(), CInstallerDlg::kStepWelcome);
@@ -151,8 +141,8 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
 TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
   for (int i = 0; i < 30; ++i) source("many/file" + std::to_string(i) + ".txt", "new contents\n");
   buildPackage({{"en", "P", "V", std::string("/") + kDoc}});
-  uitest::put_file(m_dest + "/" + kDoc, "mine\n");
-  uitest::put_file(m_dest + "/many/file3.txt", "older copy\n");
+  put_file(m_dest + "/" + kDoc, "mine\n");
+  put_file(m_dest + "/many/file3.txt", "older copy\n");
   testsupport::set_mtime(m_dest + "/many/file3.txt", 1000000000, 0);
   const testsupport::Snapshot before = snapshot(m_dest);
   testsupport::ScopedEnv slow("TPL_TEST_STATE_DELAY_MS", "40");
@@ -186,7 +176,7 @@ TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
 
 TEST_F(Flow, FailedRunShowsTheErrorThenTheErrorPage) {
   buildPackage({{"en", "P", "V", ""}});
-  uitest::put_file(m_cfg, "ConfigurationTemplatesLocation=/old\n");
+  put_file(m_cfg, "ConfigurationTemplatesLocation=/old\n");
   // One of the package's files would land where a folder stands.
   ASSERT_EQ(g_mkdir_with_parents((m_dest + "/trade/retail/settings.ini/in").c_str(), 0700), 0);
   const testsupport::Snapshot before = snapshot(m_dest);
@@ -223,16 +213,22 @@ TEST_F(Flow, StarterWriteFailureIsShownAndTheWizardGoesOn) {
   EXPECT_EQ(read_file(m_opened), "");
 }
 
-TEST_F(Flow, SilentRunNeverInstallsIntoAnEmptyTarget) {
+TEST_F(Flow, SilentRunRefusesAMissingOrDamagedPackageAndAnEmptyTarget) {
+  const auto refused = [&](const char* key, const std::string& finalPage) {
+    const testsupport::Snapshot kitBefore = snapshot(m_kit);
+    m_boxes.clear();
+    m_answers = {GTK_RESPONSE_OK};
+    start(u"en", true).DoModal();
+    EXPECT_EQ(m_boxes, std::vector<std::string>{box(GTK_MESSAGE_ERROR, text(key))});
+    EXPECT_EQ(finalText(), finalPage);
+    EXPECT_TRUE(snapshot(m_kit) == kitBefore) << key << ": nothing written in the kit";
+  };
+  refused("IDS_ERROR_NOSOURCE", "(no final page)");
+  testsupport::write_file(m_kit + "/plom8.tpk", std::string(10, '\0'));
+  refused("IDS_ERROR_DAMAGEDSOURCE", "(no final page)");
   buildPackage({{"en", "P", "V", ""}});
-  uitest::put_file(m_cfg, "ConfigurationTemplatesLocation=http://example.org/templates\n");
-  const testsupport::Snapshot kitBefore = snapshot(m_kit);
-  m_answers = {GTK_RESPONSE_OK};
-  start(u"en", true);
-  EXPECT_EQ(m_boxes,
-            std::vector<std::string>{box(GTK_MESSAGE_ERROR, text("IDS_SETUP_EMPTYTARGET"))});
-  EXPECT_EQ(finalText(), text("IDS_ERROR_FINISH"));
-  EXPECT_TRUE(snapshot(m_kit) == kitBefore) << "nothing written relative to the working directory";
+  put_file(m_cfg, "ConfigurationTemplatesLocation=http://example.org/templates\n");
+  refused("IDS_SETUP_EMPTYTARGET", text("IDS_ERROR_FINISH"));
 }
 
 TEST_F(Flow, WelcomeTextAndDescriptionFollowTheInterfaceLanguage) {
@@ -258,4 +254,4 @@ TEST_F(Flow, WelcomeTextAndDescriptionFollowTheInterfaceLanguage) {
   }
 }
 
-}  // namespace
+}  // namespace uitest
