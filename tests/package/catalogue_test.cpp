@@ -3,23 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "package_test_util.h"
 
 using namespace pkgtest;
 
-namespace {
-
-// A kind-0 header with empty texts, then `rest`.
-std::string kind0(const std::string& rest) { return u32(0) + std::string(12, '\0') + rest; }
-
-}  // namespace
-
 // Sound layouts (no reason expected) and damaged ones, each refused with its reason.
 TEST(CatalogueTest, LayoutsAcceptedOrRefused) {
   const std::string sound = working_file({{u"f", 1, "data"}}), zeros(40, '\0');
+  auto kind0 = [](const std::string& rest) { return u32(0) + std::string(12, '\0') + rest; };
   struct Case {
     std::string bytes;
     const char* fault;    // part of the reason given; null when the bytes are sound
@@ -48,20 +39,16 @@ TEST(CatalogueTest, LayoutsAcceptedOrRefused) {
       {sound.substr(0, sound.size() - 1), "data area"},
       {kind0(u32(2) + file_record(u"ok", 0, 0, 0) + file_record(u"a\\..\\x", 0, 0, 0)), "'..'"},
   };
-  for (size_t i = 0; i < std::size(cases); ++i) {
-    const std::string& bytes = cases[i].bytes;
-    config::MemorySource source(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+  for (const Case& c : cases) {
+    config::MemorySource source(reinterpret_cast<const uint8_t*>(c.bytes.data()), c.bytes.size());
     std::vector<config::LanguageEntry> languages;
     std::vector<config::FileEntry> files;
     config::CatalogueInfo info;
-    unsigned code = config::read_catalogue(source, bytes.size(), languages, files, info);
-    if (cases[i].fault) {
-      EXPECT_EQ(code, 13u) << "case " << i;
-      EXPECT_NE(info.fault.find(cases[i].fault), std::string::npos) << i << ": " << info.fault;
-    } else {
-      EXPECT_EQ(code, 0u) << "case " << i << ": " << info.fault;
-      EXPECT_EQ(bytes.size() - info.dataStart, cases[i].dataSize) << i;
-    }
+    unsigned code = config::read_catalogue(source, c.bytes.size(), languages, files, info);
+    SCOPED_TRACE(std::to_string(&c - cases) + ": " + info.fault);
+    EXPECT_EQ(code, c.fault ? 13u : 0u);
+    if (c.fault) EXPECT_NE(info.fault.find(c.fault), std::string::npos);
+    else EXPECT_EQ(c.bytes.size() - info.dataStart, c.dataSize);
   }
 }
 

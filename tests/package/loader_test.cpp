@@ -3,9 +3,7 @@
 #include <limits.h>
 #include <unistd.h>
 
-#include <random>
-#include <string>
-#include <vector>
+#include <memory>
 
 #include "compat/text.h"
 #include "package/catalogue.h"
@@ -23,15 +21,13 @@ uint64_t g_freeSpace = 0;  // what the loader is told; ~0 makes the query fail
 
 class LoaderTest : public ::testing::Test {
  protected:
-  LoaderTest() : m_env("TMPDIR", m_tmp.path()) {}
-
   std::u16string package(const std::string& bytes) {
     write_file(m_dir / "plom8.tpk", bytes);
     return widen_lib(m_dir / "plom8.tpk");
   }
-  TempDir m_tmp;
-  TempDir m_dir;
-  ScopedEnv m_env;
+  bool tmpEmpty() { return snapshot(m_tmp.path()).empty(); }
+  TempDir m_tmp, m_dir;
+  ScopedEnv m_env{"TMPDIR", m_tmp.path()};
 };
 
 const std::vector<TestFile> kFiles = {{u"readme.txt", 132000000000000001ull, "read me\n"},
@@ -51,21 +47,20 @@ TEST_F(LoaderTest, SpaceCheckThenLoad) {
   ASSERT_EQ(FileSystem::GetFileSize64(path, &size), 0u);
   LoadOptions options;
   options.freeSpace = [](uint64_t* bytes) {
-    *bytes = g_freeSpace;
-    return g_freeSpace == ~uint64_t(0) ? 123u : 0u;
+    return *bytes = g_freeSpace, g_freeSpace == ~uint64_t(0) ? 123u : 0u;
   };
   // One byte short; no answer (the check is skipped); a 32-bit wrap; exactly enough.
-  for (uint64_t freeBytes :
-       {3 * size - 1, ~uint64_t(0), (uint64_t(1) << 32) + 3 * size - 1, 3 * size}) {
+  const uint64_t kNeed = 3 * size;
+  for (uint64_t freeBytes : {kNeed - 1, ~uint64_t(0), (uint64_t(1) << 32) + kNeed - 1, kNeed}) {
     SCOPED_TRACE(freeBytes);
-    EXPECT_TRUE(list_dir(m_tmp.path()).empty());
+    EXPECT_TRUE(tmpEmpty());
     g_freeSpace = freeBytes;
     PackageReader reader;
     reader.cursor = 99;
     std::string result = load_package(reader, path, options);
-    EXPECT_EQ(result, freeBytes == 3 * size - 1 ? "IDS_ERROR_NOSPACE" : "");
+    EXPECT_EQ(result, freeBytes == kNeed - 1 ? "IDS_ERROR_NOSPACE" : "");
     EXPECT_EQ(reader.workingPath.empty(), !result.empty());
-    if (freeBytes != 3 * size) continue;
+    if (freeBytes != kNeed) continue;
     EXPECT_EQ(reader.cursor, 0u);
     ASSERT_EQ(reader.languages.size(), 1u);
     EXPECT_EQ(reader.languages[0].language, u"en");
@@ -77,14 +72,14 @@ TEST_F(LoaderTest, SpaceCheckThenLoad) {
     EXPECT_EQ(reader.files[0].offset, dataStart);
     for (size_t i = 0; i < files.size(); ++i) {
       EXPECT_EQ(reader.files[i].name, files[i].name);
-      EXPECT_EQ(read_at(reader.handle, reader.files[i].offset, reader.files[i].size),
-                files[i].contents);
+      const config::FileEntry& f = reader.files[i];
+      EXPECT_EQ(read_at(reader.handle, f.offset, f.size), files[i].contents);
     }
-    std::vector<std::string> tmp = list_dir(m_tmp.path());
+    Snapshot tmp = snapshot(m_tmp.path());
     ASSERT_EQ(tmp.size(), 1u);
-    EXPECT_EQ(widen_lib(m_tmp / tmp[0]), reader.workingPath);
+    EXPECT_EQ(widen_lib(m_tmp / tmp.begin()->first), reader.workingPath);
   }
-  EXPECT_TRUE(list_dir(m_tmp.path()).empty());
+  EXPECT_TRUE(tmpEmpty());
   EXPECT_FALSE(has_space_for_package(UINT64_MAX / 3 + 1, UINT64_MAX));
 }
 
@@ -94,11 +89,7 @@ TEST_F(LoaderTest, SpaceCheckThenLoad) {
 TEST_F(LoaderTest, DamageSweep) {
   std::string sound = working_file(kFiles), compressed = deflate_raw(sound);
   const size_t dataStart = sound.find("read me\n");
-  struct Damaged {
-    std::string bytes;
-    bool mustFail;
-  };
-  std::vector<Damaged> packages = {
+  std::vector<std::pair<std::string, bool>> packages = {  // bytes, must fail
       {deflate_raw(sound, 6, true), true},
       {deflate_raw(working_file({{u"ok", 1, "a"}, {u"../escape", 1, "b"}})), true}};
   for (size_t cut = 0; cut < sound.size(); cut += 1 + cut / 8)
@@ -107,44 +98,41 @@ TEST_F(LoaderTest, DamageSweep) {
     packages.push_back({compressed.substr(0, cut), true});
   std::mt19937 rng(7);
   for (int i = 0; i < 150; ++i) {
-    std::string w = sound;
+    std::string w = sound, p = compressed;
     w[rng() % (dataStart + 8)] ^= char(1 + rng() % 255);
-    packages.push_back({deflate_raw(w), false});
-    std::string p = compressed;
     p[rng() % p.size()] ^= char(1 << (rng() % 8));
+    packages.push_back({deflate_raw(w), false});
     packages.push_back({p, false});
   }
   size_t loaded = 0;
   for (size_t i = 0; i < packages.size(); ++i) {
     SCOPED_TRACE(i);
-    std::u16string path = package(packages[i].bytes);
-    {
-      PackageReader reader;
-      reader.files.push_back({});
-      std::string result = load_package(reader, path);
-      if (result.empty()) {
-        ASSERT_FALSE(packages[i].mustFail);
-        ++loaded;
-        uint64_t end = 0;
-        ASSERT_EQ(FileSystem::GetFileSize64(reader.workingPath, &end), 0u);
-        for (const config::FileEntry& f : reader.files) {
-          ASSERT_LE(f.offset + f.size, end);
-          ASSERT_EQ(config::catalogue_entry_fault(f.name, 0, 0, 0), nullptr);
-        }
-      } else {
-        ASSERT_EQ(result, "IDS_ERROR_DAMAGEDSOURCE");
-        ASSERT_TRUE(reader.files.empty() && reader.handle == INVALID_HANDLE_VALUE &&
-                    reader.workingPath.empty() && list_dir(m_tmp.path()).empty());
+    auto reader = std::make_unique<PackageReader>();
+    reader->files.push_back({});
+    std::string result = load_package(*reader, package(packages[i].first));
+    if (result.empty()) {
+      ASSERT_FALSE(packages[i].second);
+      ++loaded;
+      uint64_t end = 0;
+      ASSERT_EQ(FileSystem::GetFileSize64(reader->workingPath, &end), 0u);
+      for (const config::FileEntry& f : reader->files) {
+        ASSERT_LE(f.offset + f.size, end);
+        ASSERT_EQ(config::catalogue_entry_fault(f.name, 0, 0, 0), nullptr);
       }
+      reader.reset();
+    } else {
+      ASSERT_EQ(result, "IDS_ERROR_DAMAGEDSOURCE");
+      ASSERT_TRUE(reader->files.empty() && reader->handle == INVALID_HANDLE_VALUE &&
+                  reader->workingPath.empty());
     }
-    ASSERT_TRUE(list_dir(m_tmp.path()).empty());
+    ASSERT_TRUE(tmpEmpty());  // a failure leaves nothing even while the reader lives
   }
   // Flips in texts, times or stored bytes still load; the sweep must see both outcomes.
   EXPECT_GT(loaded, 0u);
   EXPECT_LT(loaded, packages.size());
   PackageReader reader;  // a missing package cannot be inflated either
   EXPECT_EQ(load_package(reader, widen_lib(m_dir / "absent.tpk")), "IDS_ERROR_DAMAGEDSOURCE");
-  EXPECT_TRUE(list_dir(m_tmp.path()).empty());
+  EXPECT_TRUE(tmpEmpty());
 }
 
 TEST(PackageLocationTest, CurrentDirectoryOrExecutableDirectory) {
@@ -152,7 +140,8 @@ TEST(PackageLocationTest, CurrentDirectoryOrExecutableDirectory) {
   ASSERT_TRUE(getcwd(cwd, sizeof cwd) && readlink("/proc/self/exe", exe, sizeof exe - 1) > 0);
   EXPECT_EQ(tpk_full_path(true), widen_lib(std::string(cwd) + "/plom8.tpk"));
   std::string exeDir = std::string(exe).substr(0, std::string(exe).rfind('/'));
-  if (exeDir.size() < 259) {  // the link is read into 260 bytes
+  // The link is read into 260 bytes.
+  if (exeDir.size() < 259) {
     EXPECT_EQ(tpk_full_path(false), widen_lib(exeDir + "/plom8.tpk"));
   }
 }

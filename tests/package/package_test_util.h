@@ -1,7 +1,10 @@
 // Helpers for the package tests: working-file bytes, raw deflate, test data.
 #pragma once
 
+#include <zlib.h>
+
 #include <cstdint>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -10,11 +13,20 @@
 namespace pkgtest {
 
 // A little-endian u32; a counted string (count, then UTF-16LE units).
-std::string u32(uint32_t value);
-std::string str16(const std::u16string& text);
+inline std::string u32(uint32_t v) { return {char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; }
+inline std::string str16(const std::u16string& text) {
+  std::string out = u32(uint32_t(text.size()));
+  for (char16_t c : text) out += {char(c & 0xFF), char(c >> 8)};
+  return out;
+}
+
 // A file record: its size, the fields, then `surplus` bytes the reader must skip.
-std::string file_record(const std::u16string& name, uint64_t time, uint32_t offset, uint32_t size,
-                        const std::string& surplus = "");
+inline std::string file_record(const std::u16string& name, uint64_t time, uint32_t offset,
+                               uint32_t size, const std::string& surplus = "") {
+  std::string fields = str16(name) + u32(uint32_t(time)) + u32(uint32_t(time >> 32)) + u32(offset) +
+                       u32(size) + surplus;
+  return u32(uint32_t(4 + fields.size())) + fields;
+}
 
 struct TestFile {
   std::u16string name;
@@ -24,18 +36,42 @@ struct TestFile {
 
 // A sound kind-0 working file ("Product", "Vendor", "doc.pdf"), the records
 // with contents laid out one after the other from offset 0, then the data.
-std::string working_file(const std::vector<TestFile>& files);
+inline std::string working_file(const std::vector<TestFile>& files) {
+  std::string out = u32(0) + str16(u"Product") + str16(u"Vendor") + str16(u"doc.pdf"), data;
+  out += u32(uint32_t(files.size()));
+  for (const TestFile& f : files) {
+    out += file_record(f.name, f.time, uint32_t(data.size()), uint32_t(f.contents.size()));
+    data += f.contents;
+  }
+  return out + data;
+}
 
 // Raw deflate of `data`; zlib-framed when `zlibHeader` is set.
-std::string deflate_raw(const std::string& data, int level = 6, bool zlibHeader = false);
+inline std::string deflate_raw(const std::string& data, int level = 6, bool zlibHeader = false) {
+  uLongf size = compressBound(data.size());
+  std::string out(size, '\0');
+  compress2(reinterpret_cast<Bytef*>(&out[0]), &size, reinterpret_cast<const Bytef*>(data.data()),
+            data.size(), level);
+  return zlibHeader ? out.substr(0, size) : out.substr(2, size - 6);  // no header, no checksum
+}
 
 // `size` bytes at `offset` of the open file `handle` (fewer at its end).
-std::string read_at(HANDLE handle, uint64_t offset, uint32_t size);
+inline std::string read_at(HANDLE handle, uint64_t offset, uint32_t size) {
+  long high = long(offset >> 32);
+  FileSystem::SetFilePointer(handle, long(uint32_t(offset)), &high, FILE_BEGIN);
+  std::string out(size, '\0');
+  unsigned got = 0;
+  FileSystem::ReadFile(handle, &out[0], size, &got, nullptr);
+  return out.substr(0, got);
+}
 
 // `size` deterministic bytes of word-like text, or of noise.
-std::string test_bytes(size_t size, uint32_t seed, bool noise = false);
-
-// Names of the entries directly below `dir`, sorted.
-std::vector<std::string> list_dir(const std::string& dir);
+inline std::string test_bytes(size_t size, uint32_t seed, bool noise = false) {
+  static const char* kWords[] = {"template ", "config,", "record\n", "value ", "42 ", "alpha "};
+  std::mt19937 rng(seed);
+  std::string out;
+  while (out.size() < size) out += noise ? std::string(1, char(rng())) : kWords[rng() % 6];
+  return out.substr(0, size);
+}
 
 }  // namespace pkgtest

@@ -44,19 +44,18 @@ const std::vector<TreeFile> kTree = {
     {"z.txt", u"z.txt", test_bytes(100000, 2), 1600000000, 50},
     {"\xC3\xBC/\xE5\x90\x8D\xF0\x9F\x98\x80", u"\u00FC/\u540D\U0001F600", "unicode", 1, 0}};
 
-class ToolsTest : public ::testing::Test {
- protected:
-  ToolsTest() : m_env("TMPDIR", m_tmp.path()) {
-    for (const TreeFile& f : kTree) {
-      std::string path = m_src / f.rel;
-      std::filesystem::create_directories(path.substr(0, path.rfind('/')));
-      write_file(path, f.contents);
-      set_mtime(path, f.seconds, f.nanoseconds);
-    }
-  }
+}  // namespace
 
+TEST(ToolsTest, BuildListLoadRoundTrip) {
+  TempDir tmp, src, outDir;
+  ScopedEnv env("TMPDIR", tmp.path());
+  for (const TreeFile& f : kTree) {
+    std::filesystem::create_directories(std::filesystem::path(src / f.rel).parent_path());
+    write_file(src / f.rel, f.contents);
+    set_mtime(src / f.rel, f.seconds, f.nanoseconds);
+  }
   // The loaded catalogue matches the tree entry by entry, to the byte and the 100 ns.
-  void expectLoadedTree(const std::string& package, size_t languages) {
+  auto expectLoadedTree = [](const std::string& package, size_t languages) {
     PackageReader reader;
     ASSERT_EQ(load_package(reader, widen_lib(package)), "");
     EXPECT_EQ(reader.languages.size(), languages);
@@ -68,18 +67,9 @@ class ToolsTest : public ::testing::Test {
                                            uint64_t(kTree[i].nanoseconds / 100));
       EXPECT_EQ(read_at(reader.handle, f.offset, f.size), kTree[i].contents) << i;
     }
-  }
-
-  TempDir m_tmp, m_src, m_out;
-  ScopedEnv m_env;
-  const std::string m_tree = "'" + m_src.path() + "'";
-};
-
-}  // namespace
-
-TEST_F(ToolsTest, BuildListLoadRoundTrip) {
-  std::string package = m_out / "plom8.tpk";
-  auto [status, out] = run(TPK_BUILD_EXE, m_tree + " -o '" + package + "'");
+  };
+  const std::string tree = "'" + src.path() + "'", package = outDir / "plom8.tpk";
+  auto [status, out] = run(TPK_BUILD_EXE, tree + " -o '" + package + "'");
   ASSERT_EQ(status, 0) << out;
   expectLoadedTree(package, 1);
   // The listing: one line per file with time, size, offset and name (as on disk).
@@ -93,8 +83,8 @@ TEST_F(ToolsTest, BuildListLoadRoundTrip) {
   for (const TreeFile& f : kTree) EXPECT_NE(list.find(" " + f.rel + "\n"), std::string::npos);
 
   // A language table, in stored blocks; the listing and the loader both read it.
-  std::string langs = m_out / "langs.tpk";
-  ASSERT_EQ(run(TPK_BUILD_EXE, m_tree + " -o '" + langs + "' --level 0 --lang 'en:T:V:x'" +
+  std::string langs = outDir / "langs.tpk";
+  ASSERT_EQ(run(TPK_BUILD_EXE, tree + " -o '" + langs + "' --level 0 --lang 'en:T:V:x'" +
                                    " --lang 'de:Vorlagen:Hersteller:doc/de.pdf'")
                 .first,
             0);
@@ -105,23 +95,22 @@ TEST_F(ToolsTest, BuildListLoadRoundTrip) {
 
   // The same tree gives the same bytes, and a package written inside the
   // tree is left out of the next build.
-  std::string inside = m_src / "plom8.tpk";
-  ASSERT_EQ(run(TPK_BUILD_EXE, m_tree + " -o '" + inside + "'").first, 0);
-  ASSERT_EQ(run(TPK_BUILD_EXE, m_tree + " -o '" + inside + "'").first, 0);
+  std::string inside = src / "plom8.tpk";
+  ASSERT_EQ(run(TPK_BUILD_EXE, tree + " -o '" + inside + "'").first, 0);
+  ASSERT_EQ(run(TPK_BUILD_EXE, tree + " -o '" + inside + "'").first, 0);
   EXPECT_EQ(read_file(inside), read_file(package));
 
   // tpk-list refuses a damaged package; failed builds leave the good package
   // alone and no staging file.
   std::string whole = read_file(package);
-  write_file(m_out / "bad.tpk", whole.substr(0, whole.size() / 2));
-  auto [badStatus, bad] = run(TPK_LIST_EXE, "'" + m_out / "bad.tpk" + "'");
+  write_file(outDir / "bad.tpk", whole.substr(0, whole.size() / 2));
+  auto [badStatus, bad] = run(TPK_LIST_EXE, "'" + outDir / "bad.tpk" + "'");
   EXPECT_EQ(badStatus, 1);
   EXPECT_NE(bad.find("damaged package: a file's contents"), std::string::npos) << bad;
-  EXPECT_EQ(run(TPK_LIST_EXE, "'" + m_out / "absent.tpk" + "'").first, 2);
-  EXPECT_EQ(run(TPK_BUILD_EXE, "'" + m_src / "absent" + "' -o '" + package + "'").first, 1);
-  EXPECT_EQ(run(TPK_BUILD_EXE, m_tree).first, 2);
-  EXPECT_EQ(run(TPK_BUILD_EXE, m_tree + " -o '" + package + "' --level 12").first, 2);
+  EXPECT_EQ(run(TPK_LIST_EXE, "'" + outDir / "absent.tpk" + "'").first, 2);
+  EXPECT_EQ(run(TPK_BUILD_EXE, "'" + src / "absent" + "' -o '" + package + "'").first, 1);
+  EXPECT_EQ(run(TPK_BUILD_EXE, tree).first, 2);
+  EXPECT_EQ(run(TPK_BUILD_EXE, tree + " -o '" + package + "' --level 12").first, 2);
   EXPECT_EQ(read_file(package), whole);
-  EXPECT_EQ(list_dir(m_out.path()),
-            (std::vector<std::string>{"bad.tpk", "langs.tpk", "plom8.tpk"}));
+  EXPECT_EQ(snapshot(outDir.path()).size(), 3u);  // bad.tpk, langs.tpk, plom8.tpk
 }
