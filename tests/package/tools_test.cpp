@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "compat/text.h"
 #include "package/package_loader.h"
@@ -68,49 +67,48 @@ TEST(ToolsTest, BuildListLoadRoundTrip) {
       EXPECT_EQ(read_at(reader.handle, f.offset, f.size), kTree[i].contents) << i;
     }
   };
-  const std::string tree = "'" + src.path() + "'", package = outDir / "plom8.tpk";
-  auto [status, out] = run(TPK_BUILD_EXE, tree + " -o '" + package + "'");
+  auto build = [&](const std::string& to, const std::string& more = "") {
+    return run(TPK_BUILD_EXE, "'" + src.path() + "' -o '" + to + "'" + more);
+  };
+  auto list = [](const std::string& package) { return run(TPK_LIST_EXE, "'" + package + "'"); };
+  const std::string package = outDir / "plom8.tpk", langs = outDir / "langs.tpk";
+  auto [status, out] = build(package);
   ASSERT_EQ(status, 0) << out;
   expectLoadedTree(package, 1);
   // The listing: one line per file with time, size, offset and name (as on disk).
-  auto [listStatus, list] = run(TPK_LIST_EXE, "'" + package + "'");
-  ASSERT_EQ(listStatus, 0) << list;
-  EXPECT_NE(list.find("header kind: 0\nlanguages: 1\n  \"en\" \"\" \"\" \"\"\n"),
-            std::string::npos);
-  EXPECT_NE(list.find("\n  2000-02-29T05:06:07.1234567Z            8         18 readme.txt\n"),
-            std::string::npos)
-      << list;
-  for (const TreeFile& f : kTree) EXPECT_NE(list.find(" " + f.rel + "\n"), std::string::npos);
+  auto [listStatus, listing] = list(package);
+  ASSERT_EQ(listStatus, 0) << listing;
+  EXPECT_NE(listing.find("header kind: 0\nlanguages: 1\n  \"en\" \"\" \"\" \"\"\n"), out.npos);
+  EXPECT_NE(listing.find("\n  2000-02-29T05:06:07.1234567Z            8         18 readme.txt\n"),
+            out.npos)
+      << listing;
+  for (const TreeFile& f : kTree) EXPECT_NE(listing.find(" " + f.rel + "\n"), out.npos);
 
   // A language table, in stored blocks; the listing and the loader both read it.
-  std::string langs = outDir / "langs.tpk";
-  ASSERT_EQ(run(TPK_BUILD_EXE, tree + " -o '" + langs + "' --level 0 --lang 'en:T:V:x'" +
-                                   " --lang 'de:Vorlagen:Hersteller:doc/de.pdf'")
-                .first,
-            0);
+  const char* kLangs = " --level 0 --lang 'en:T:V:x' --lang 'de:Vorlagen:Hersteller:doc/de.pdf'";
+  ASSERT_EQ(build(langs, kLangs).first, 0);
   expectLoadedTree(langs, 2);
-  list = run(TPK_LIST_EXE, "'" + langs + "'").second;
-  EXPECT_NE(list.find("header kind: 1\nlanguages: 2\n"), std::string::npos) << list;
-  EXPECT_NE(list.find("\"de\" \"Vorlagen\" \"Hersteller\" \"doc/de.pdf\""), std::string::npos);
+  listing = list(langs).second;
+  EXPECT_NE(listing.find("header kind: 1\nlanguages: 2\n"), out.npos) << listing;
+  EXPECT_NE(listing.find("\"de\" \"Vorlagen\" \"Hersteller\" \"doc/de.pdf\""), out.npos);
 
   // The same tree gives the same bytes, and a package written inside the
   // tree is left out of the next build.
-  std::string inside = src / "plom8.tpk";
-  ASSERT_EQ(run(TPK_BUILD_EXE, tree + " -o '" + inside + "'").first, 0);
-  ASSERT_EQ(run(TPK_BUILD_EXE, tree + " -o '" + inside + "'").first, 0);
-  EXPECT_EQ(read_file(inside), read_file(package));
+  ASSERT_EQ(build(src / "plom8.tpk").first, 0);
+  ASSERT_EQ(build(src / "plom8.tpk").first, 0);
+  EXPECT_EQ(read_file(src / "plom8.tpk"), read_file(package));
 
   // tpk-list refuses a damaged package; failed builds leave the good package
   // alone and no staging file.
   std::string whole = read_file(package);
   write_file(outDir / "bad.tpk", whole.substr(0, whole.size() / 2));
-  auto [badStatus, bad] = run(TPK_LIST_EXE, "'" + outDir / "bad.tpk" + "'");
+  auto [badStatus, bad] = list(outDir / "bad.tpk");
   EXPECT_EQ(badStatus, 1);
-  EXPECT_NE(bad.find("damaged package: a file's contents"), std::string::npos) << bad;
-  EXPECT_EQ(run(TPK_LIST_EXE, "'" + outDir / "absent.tpk" + "'").first, 2);
+  EXPECT_NE(bad.find("damaged package: a file's contents"), out.npos) << bad;
+  EXPECT_EQ(list(outDir / "absent.tpk").first, 2);
   EXPECT_EQ(run(TPK_BUILD_EXE, "'" + src / "absent" + "' -o '" + package + "'").first, 1);
-  EXPECT_EQ(run(TPK_BUILD_EXE, tree).first, 2);
-  EXPECT_EQ(run(TPK_BUILD_EXE, tree + " -o '" + package + "' --level 12").first, 2);
+  EXPECT_EQ(run(TPK_BUILD_EXE, "'" + src.path() + "'").first, 2);
+  EXPECT_EQ(build(package, " --level 12").first, 2);
   EXPECT_EQ(read_file(package), whole);
   EXPECT_EQ(snapshot(outDir.path()).size(), 3u);  // bad.tpk, langs.tpk, plom8.tpk
 }

@@ -5,18 +5,6 @@
 #include <vector>
 
 #include "package/catalogue.h"
-#include "package/inflate_decoder.h"
-
-namespace {
-
-struct CollectSink : InflateSink {
-  void write(const uint8_t* data, size_t size) override {
-    bytes.insert(bytes.end(), data, data + size);
-  }
-  std::vector<uint8_t> bytes;
-};
-
-}  // namespace
 
 const char* catalogue_invariant_broken(const uint8_t* data, size_t size) {
   config::MemorySource source(data, size);

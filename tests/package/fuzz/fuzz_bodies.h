@@ -3,6 +3,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+
+#include "package/inflate_decoder.h"
+
+// Keeps every decoded byte.
+struct CollectSink : InflateSink {
+  void write(const uint8_t* data, size_t size) override {
+    bytes.append(reinterpret_cast<const char*>(data), size);
+  }
+  std::string bytes;
+};
 
 // Reads `data` as a whole working file. Returns the broken invariant (an
 // unexpected verdict, a refusal without a reason, an accepted entry outside
