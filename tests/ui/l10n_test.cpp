@@ -5,13 +5,11 @@
 
 namespace {
 
-// Labels on screen below `widget`.
-void mapped_labels(GtkWidget* widget, std::vector<GtkWidget*>& labels) {
-  if (GTK_IS_LABEL(widget) && gtk_widget_get_mapped(widget)) labels.push_back(widget);
-  if (!GTK_IS_CONTAINER(widget)) return;
-  GList* children = gtk_container_get_children(GTK_CONTAINER(widget));
-  for (GList* l = children; l; l = l->next) mapped_labels(GTK_WIDGET(l->data), labels);
-  g_list_free(children);
+// Adds the labels on screen below `widget` to the vector `labels`.
+void mapped_labels(GtkWidget* widget, gpointer labels) {
+  if (GTK_IS_LABEL(widget) && gtk_widget_get_mapped(widget))
+    static_cast<std::vector<GtkWidget*>*>(labels)->push_back(widget);
+  if (GTK_IS_CONTAINER(widget)) gtk_container_foreach(GTK_CONTAINER(widget), mapped_labels, labels);
 }
 
 class EveryLanguage : public uitest::WizardTest, public ::testing::WithParamInterface<const char*> {
@@ -19,10 +17,10 @@ class EveryLanguage : public uitest::WizardTest, public ::testing::WithParamInte
   // Fails for each visible label that is cut off, leaves the window, or needs
   // a glyph no installed font has; saves the screenshot when asked to.
   void check(const std::string& page, bool shot = true) {
-    gtktest::Pump();
+    uitest::Pump();
     GtkWidget* window = m_dialog->widgets().window;
     std::vector<GtkWidget*> labels;
-    mapped_labels(window, labels);
+    mapped_labels(window, &labels);
     EXPECT_GE(labels.size(), 2u) << page << ": no labels on screen";
     for (GtkWidget* label : labels) {
       const std::string what = page + ": " + gtk_label_get_text(GTK_LABEL(label));

@@ -3,20 +3,51 @@
 // answers for message boxes.
 #pragma once
 
+#include <gdk/gdkkeysyms.h>
+#include <gtest/gtest.h>
+#include <gtk/gtk.h>
+
 #include <deque>
 #include <filesystem>
 #include <memory>
 
 #include "app/resources.h"
 #include "compat/text.h"
-#include "gtk_test_support.h"
 #include "support/test_support.h"
 #include "tools/tpk_writer.h"
 #include "ui/installer_dlg.h"
 #include "ui/message_box.h"
 #include "ui/wizard_pages.h"
 
+// In-process GTK 2: the test binary runs with the GDK lock held (test timers
+// are added with gdk_threads_add_timeout so they hold it too), on the X
+// display of tests/with-xvfb.sh.
 namespace uitest {
+
+// Runs every pending GTK event, idle and redraw, without blocking.
+inline void Pump() {
+  gdk_flush();
+  while (gtk_events_pending()) gtk_main_iteration();
+}
+
+// Queues an event for the window (a key press, or the window manager's close
+// request); Pump or a wizard loop delivers it.
+inline void Post(GtkWidget* window, GdkEventType type, guint keyval = 0) {
+  GdkEvent* event = gdk_event_new(type);
+  event->any.window = GDK_WINDOW(g_object_ref(gtk_widget_get_window(window)));
+  event->any.send_event = TRUE;
+  if (type == GDK_KEY_PRESS) event->key.keyval = keyval;
+  gdk_event_put(event);
+  gdk_event_free(event);
+}
+
+// Clicks a button only if a user could (on screen, sensitive): fails the test otherwise.
+#define CLICK(w)                                                               \
+  do {                                                                         \
+    ASSERT_TRUE(gtk_widget_get_mapped(w) && gtk_widget_is_sensitive(w)) << #w; \
+    gtk_button_clicked(GTK_BUTTON(w));                                         \
+    ::uitest::Pump();                                                          \
+  } while (0)
 
 // UTF-8 text of a resource key in the current language.
 inline std::string text(const char* key) { return narrow_lib(LoadResString(key)); }
@@ -58,7 +89,7 @@ class WizardTest : public ::testing::Test {
   void TearDown() override {
     if (m_tick) g_source_remove(m_tick);
     m_dialog.reset();
-    gtktest::Pump();
+    uitest::Pump();
     set_message_box_hook(nullptr);
     set_resource_lang(kLangEn);
     EXPECT_TRUE(m_answers.empty()) << m_answers.size() << " scripted answer(s) not used";
@@ -91,7 +122,7 @@ class WizardTest : public ::testing::Test {
     EXPECT_TRUE(m_dialog->OnInitDialog());
     m_dialog->showMainWindow();
     m_dialog->showWelcomePage();
-    gtktest::Pump();
+    uitest::Pump();
     return *m_dialog;
   }
   // From the welcome page to the directory page, then types `path`.

@@ -1,7 +1,5 @@
 // The wizard in-process: message boxes, and the flow from welcome to finish
 // against real packages in a private world.
-#include <gdk/gdkkeysyms.h>
-
 #include "wizard_fixture.h"
 
 namespace uitest {
@@ -98,9 +96,9 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
   gtk_entry_set_text(entry, "");
   m_answers = {GTK_RESPONSE_OK, GTK_RESPONSE_NO, GTK_RESPONSE_DELETE_EVENT};
   CLICK(w.next);
-  gtktest::Post(w.window, GDK_KEY_PRESS, GDK_Escape);
-  gtktest::Post(w.window, GDK_KEY_PRESS, GDK_Escape);
-  gtktest::Pump();
+  uitest::Post(w.window, GDK_KEY_PRESS, GDK_Escape);
+  uitest::Post(w.window, GDK_KEY_PRESS, GDK_Escape);
+  uitest::Pump();
   ASSERT_EQ(dialog.step(), CInstallerDlg::kStepDirectory);
   const std::string question = box(GTK_MESSAGE_QUESTION, text("IDS_ACCEPT_CANCEL"));
   EXPECT_EQ(m_boxes,
@@ -156,9 +154,9 @@ TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
     if (dialog.step() != CInstallerDlg::kStepProgress ||
         gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(dialog.progressPage()->bar())) <= 0)
       return true;
-    if (actions == 0) gtktest::Post(w.window, GDK_DELETE);
+    if (actions == 0) uitest::Post(w.window, GDK_DELETE);
     if (actions == 1) gtk_button_clicked(GTK_BUTTON(w.cancel));
-    if (actions == 2) gtktest::Post(w.window, GDK_KEY_PRESS, GDK_Escape);
+    if (actions == 2) uitest::Post(w.window, GDK_KEY_PRESS, GDK_Escape);
     return ++actions < 3;
   });
   CLICK(dialog.widgets().next);  // returns once the run has rolled back
@@ -190,8 +188,8 @@ TEST_F(Flow, FailedRunShowsTheErrorThenTheErrorPage) {
   EXPECT_EQ(read_file(m_cfg), "ConfigurationTemplatesLocation=/old\n");
   // Escape on a final page still asks; Yes closes the window.
   m_answers = {GTK_RESPONSE_YES};
-  gtktest::Post(dialog.widgets().window, GDK_KEY_PRESS, GDK_Escape);
-  gtktest::Pump();
+  uitest::Post(dialog.widgets().window, GDK_KEY_PRESS, GDK_Escape);
+  uitest::Pump();
   EXPECT_EQ(dialog.widgets().window, nullptr);
 }
 

@@ -1,9 +1,7 @@
 // main of the in-process GTK tests: the program's own start-up under a private HOME.
-#include "gtk_test_support.h"
-
 #include <cstdio>
 
-#include "support/test_support.h"
+#include "wizard_fixture.h"
 
 int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
