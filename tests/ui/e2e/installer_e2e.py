@@ -5,15 +5,12 @@ import os, re, shutil, signal, subprocess, tempfile, time, unittest
 
 BIN = os.path.abspath(os.environ.get("INSTALLER_BIN", "build/app/installer"))
 TPK_BUILD = os.path.abspath(os.environ.get("TPK_BUILD", "build/tools/tpk-build"))
-TEXTS, tables = {}, {}  # {code: {key: text}} from the program's string tables
 with open(os.environ.get("RESOURCES_CPP", "app/resources.cpp"), encoding="utf-8") as f:
-    for line in f:
-        if m := re.match(r"constexpr ResourceText (k\w+)\[\]", line):
-            current = tables.setdefault(m[1], {})
-        elif m := re.match(r'\s*\{"(ID[SR]_\w+)", "(.*)"\},', line):
-            current[m[1]] = m[2]
-        elif m := re.match(r'\s*\{kLang\w+, "(\w+)", (k\w+),', line):
-            TEXTS[m[1]] = tables[m[2]]
+    SOURCE = f.read()
+TABLES = {name: dict(re.findall(r'\{"(ID[SR]_\w+)", "(.*)"\},', body)) for name, body in
+          re.findall(r"constexpr ResourceText (k\w+)\[\] = \{(.*?)\n\};", SOURCE, re.S)}
+# {code: {key: text}}: the program's string table of each interface language
+TEXTS = {code: TABLES[table] for code, table in re.findall(r'\{kLang\w+, "(\w+)", (k\w+),', SOURCE)}
 
 
 def xdotool(*args):  # "search" fails when it finds nothing
