@@ -8,8 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "compat/file_system.h"
-
 namespace pkgtest {
 
 // A little-endian u32; a counted string (count, then UTF-16LE units).
@@ -53,16 +51,6 @@ inline std::string deflate_raw(const std::string& data, int level = 6, bool zlib
   compress2(reinterpret_cast<Bytef*>(&out[0]), &size, reinterpret_cast<const Bytef*>(data.data()),
             data.size(), level);
   return zlibHeader ? out.substr(0, size) : out.substr(2, size - 6);  // no header, no checksum
-}
-
-// `size` bytes at `offset` of the open file `handle` (fewer at its end).
-inline std::string read_at(HANDLE handle, uint64_t offset, uint32_t size) {
-  long high = long(offset >> 32);
-  FileSystem::SetFilePointer(handle, long(uint32_t(offset)), &high, FILE_BEGIN);
-  std::string out(size, '\0');
-  unsigned got = 0;
-  FileSystem::ReadFile(handle, &out[0], size, &got, nullptr);
-  return out.substr(0, got);
 }
 
 // `size` deterministic bytes of word-like text, or of noise.
