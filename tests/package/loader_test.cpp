@@ -67,7 +67,6 @@ TEST_F(LoaderTest, SpaceCheckThenLoad) {
     long high = 0;
     EXPECT_EQ(FileSystem::SetFilePointer(reader.handle, 0, &high, FILE_CURRENT), dataStart);
     ASSERT_EQ(reader.files.size(), files.size());
-    EXPECT_EQ(reader.files[0].offset, dataStart);
     const std::string written = read_file(narrow_lib(reader.workingPath));
     for (size_t i = 0; i < files.size(); ++i) {
       const config::FileEntry& f = reader.files[i];
@@ -111,8 +110,7 @@ TEST_F(LoaderTest, DamageSweep) {
     if (result.empty()) {
       ASSERT_FALSE(packages[i].second);
       ++loaded;
-      uint64_t end = 0;
-      ASSERT_EQ(FileSystem::GetFileSize64(reader->workingPath, &end), 0u);
+      const uint64_t end = read_file(narrow_lib(reader->workingPath)).size();
       for (const config::FileEntry& f : reader->files) {
         ASSERT_LE(f.offset + f.size, end);
         ASSERT_EQ(config::catalogue_entry_fault(f.name, 0, 0, 0), nullptr);
