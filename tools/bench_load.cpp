@@ -10,6 +10,7 @@
 #include "compat/text.h"
 #include "package/lz_compressor.h"
 #include "package/package_loader.h"
+#include "tools/monotonic_clock.h"
 
 namespace {
 
@@ -21,12 +22,6 @@ const char kUsage[] =
     "  <seconds> <files> <engine> <chunk>\n"
     "The working file is deleted before exit. --unpack-only times only the\n"
     "inflation into the working file. Exit status 1 when loading fails.\n";
-
-double now_seconds() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return double(ts.tv_sec) + double(ts.tv_nsec) / 1e9;
-}
 
 }  // namespace
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/monotonic_clock.h"
 #include "tools/tpk_writer.h"
 
 namespace {
@@ -53,12 +54,6 @@ bool parse_language(const std::string& text, tpk::Language& language) {
   language.title2 = tpk::utf8_to_utf16(parts[2]);
   language.descriptionRef = tpk::utf8_to_utf16(parts[3]);
   return true;
-}
-
-double now_seconds() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return double(ts.tv_sec) + double(ts.tv_nsec) / 1e9;
 }
 
 std::string human(uint64_t bytes) {

@@ -14,6 +14,7 @@
 
 #include "package/catalogue.h"
 #include "package/inflate_decoder.h"
+#include "tools/monotonic_clock.h"
 #include "tools/tpk_writer.h"
 
 namespace {
@@ -27,12 +28,6 @@ const char kUsage[] =
     "Each file line: last-write time, size, offset in the data area, name.\n"
     "Exit status: 0 for a sound package, 1 for a damaged one, 2 when the\n"
     "package cannot be read or the command line is wrong.\n";
-
-double now_seconds() {
-  struct timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return double(ts.tv_sec) + double(ts.tv_nsec) / 1e9;
-}
 
 // Counts the decoded bytes, showing the count now and then when asked to.
 class CountingSink : public InflateSink {
