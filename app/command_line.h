@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "app/resources.h"
+#include "texts/resources.h"
 
 // What the command line and the locale choose for a run.
 struct LaunchOptions {

@@ -13,7 +13,7 @@
 
 #include "app/command_line.h"
 #include "app/installation_setup.h"
-#include "app/resources.h"
+#include "texts/resources.h"
 #include "compat/text.h"
 #include "install/install_process_data.h"
 #include "install/install_thread.h"

@@ -184,10 +184,10 @@ class PhaseMeter {
 
 struct Target {
   std::string path;  // narrow, absolute or as given
-  const config::FileEntry* entry;
+  const FileEntry* entry;
 };
 
-std::string entry_name(const config::FileEntry& entry) {
+std::string entry_name(const FileEntry& entry) {
   std::u16string name = entry.name;
   replace_all(name, kBadPathSeparator, kPathSeparator);
   return narrow_lib(name);
@@ -196,7 +196,7 @@ std::string entry_name(const config::FileEntry& entry) {
 std::vector<Target> targets_in(const std::string& dir, const PackageReader& reader) {
   std::vector<Target> out;
   out.reserve(reader.files.size());
-  for (const config::FileEntry& entry : reader.files)
+  for (const FileEntry& entry : reader.files)
     out.push_back({dir + "/" + entry_name(entry), &entry});
   return out;
 }
@@ -204,7 +204,7 @@ std::vector<Target> targets_in(const std::string& dir, const PackageReader& read
 // Every directory the catalogue needs below the root, ancestors included.
 size_t directory_count(const PackageReader& reader) {
   std::set<std::string> dirs;
-  for (const config::FileEntry& entry : reader.files) {
+  for (const FileEntry& entry : reader.files) {
     std::string name = entry_name(entry);
     for (size_t slash = name.find('/'); slash != std::string::npos;
          slash = name.find('/', slash + 1))
@@ -454,7 +454,7 @@ int main(int argc, char** argv) {
   meter.end();
   {
     uint64_t bytes = 0;
-    for (const config::FileEntry& e : reader.files) bytes += e.size;
+    for (const FileEntry& e : reader.files) bytes += e.size;
     uint64_t packageBytes = 0, workingBytes = 0;
     FileSystem::GetFileSize64(widen_lib(argv[1]), &packageBytes);
     if (!reader.workingPath.empty()) FileSystem::GetFileSize64(reader.workingPath, &workingBytes);

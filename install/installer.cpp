@@ -1,6 +1,6 @@
 #include "install/installer.h"
 
-#include "app/resources.h"
+#include "texts/resources.h"
 #include "compat/text.h"
 #include "install/install_process_data.h"
 
@@ -65,7 +65,7 @@ unsigned Installer::run(InstallProcessData* data) {
 
   const size_t count = reader->files.size();
   for (size_t i = 0; i < count; ++i) {
-    const config::FileEntry& entry = reader->files[i];
+    const FileEntry& entry = reader->files[i];
     std::u16string name = entry.name;
     replace_all(name, kBadPathSeparator, kPathSeparator);
     const std::u16string target = templatesDir + name;
@@ -89,7 +89,7 @@ unsigned Installer::run(InstallProcessData* data) {
   return 0;
 }
 
-unsigned Installer::installEntry(PackageReader& reader, const config::FileEntry& entry,
+unsigned Installer::installEntry(PackageReader& reader, const FileEntry& entry,
                                  const std::u16string& target) {
   unsigned code = m_rollback.storeRBFile(target);
   if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND)

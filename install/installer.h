@@ -39,7 +39,7 @@ class Installer {
   unsigned stopOnError(unsigned code, unsigned percent);
   // Saves what stands at `target`, makes its directory and writes the entry
   // there with the package time. 0 or the code of the failed step.
-  unsigned installEntry(PackageReader& reader, const config::FileEntry& entry,
+  unsigned installEntry(PackageReader& reader, const FileEntry& entry,
                         const std::u16string& target);
   Rollback m_rollback;
   InstallProcessData* m_data = nullptr;

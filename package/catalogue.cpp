@@ -4,7 +4,6 @@
 #include <cstring>
 #include <memory>
 
-namespace config {
 
 namespace {
 
@@ -242,4 +241,3 @@ unsigned read_catalogue(ByteSource& in, uint64_t totalSize, std::vector<Language
   return 0;
 }
 
-}  // namespace config

@@ -18,7 +18,6 @@
 
 #include "package/install_data.h"
 
-namespace config {
 
 // Where the parser takes its bytes from, front to back.
 class ByteSource {
@@ -72,4 +71,3 @@ unsigned read_catalogue(ByteSource& in, uint64_t totalSize, std::vector<Language
 const char* catalogue_entry_fault(const std::u16string& name, uint64_t offset, uint64_t size,
                                   uint64_t dataSize);
 
-}  // namespace config

@@ -9,8 +9,6 @@
 
 #include "compat/file_system.h"
 
-namespace config {
-
 // Descriptive texts of the package for one interface language.
 struct LanguageEntry {
   std::u16string language;        // e.g. u"en"; compared without regard to case
@@ -29,28 +27,20 @@ struct FileEntry {
 
 constexpr uint32_t kCopyBufferSize = 1048576;  // 1 MiB
 
-template <class Compressor, class Fs>
 class InstallData {
  public:
   InstallData() : buffer(new uint8_t[kCopyBufferSize]) {}
-  ~InstallData();  // closes the working file and deletes it
+  ~InstallData() {
+    if (handle != INVALID_HANDLE_VALUE) FileSystem::CloseHandle(handle);
+    if (!workingPath.empty()) FileSystem::DeleteFile(workingPath);
+  }
   InstallData(const InstallData&) = delete;
   InstallData& operator=(const InstallData&) = delete;
 
   std::vector<LanguageEntry> languages;
   std::vector<FileEntry> files;
-  std::u16string workingPath;           // empty until a working file exists
+  std::u16string workingPath;            // empty until a working file exists
   HANDLE handle = INVALID_HANDLE_VALUE;  // working file, opened read-write
-  Compressor compressor;
   uint32_t bufferSize = kCopyBufferSize;
   std::unique_ptr<uint8_t[]> buffer;  // the copy buffer used for every file
-  uint32_t cursor = 0;
 };
-
-template <class Compressor, class Fs>
-InstallData<Compressor, Fs>::~InstallData() {
-  if (handle != INVALID_HANDLE_VALUE) Fs::CloseHandle(handle);
-  if (!workingPath.empty()) Fs::DeleteFile(workingPath);
-}
-
-}  // namespace config

@@ -10,7 +10,7 @@ constexpr unsigned kDamaged = 13;
 
 // The working file as a ByteSource, read through FileSystem in the blocks
 // the catalogue reader asks for.
-class HandleSource : public config::ByteSource {
+class HandleSource : public ByteSource {
  public:
   explicit HandleSource(HANDLE handle) : m_handle(handle) {}
   unsigned read(uint8_t* buffer, size_t count, size_t* got) override {
@@ -69,8 +69,8 @@ unsigned load_working_file(PackageReader& reader, const std::u16string& packageP
   if (seek_to(reader.handle, 0, FILE_BEGIN) != 0) return kDamaged;
 
   HandleSource source(reader.handle);
-  config::CatalogueInfo info;
-  if ((code = config::read_catalogue(source, total, reader.languages, reader.files, info)))
+  CatalogueInfo info;
+  if ((code = read_catalogue(source, total, reader.languages, reader.files, info)))
     return code;
   uint64_t dataStart = info.dataStart;
 
@@ -79,7 +79,7 @@ unsigned load_working_file(PackageReader& reader, const std::u16string& packageP
   seek_to(reader.handle, dataStart, FILE_BEGIN);
   uint64_t position = current_position(reader.handle);
   if (position != dataStart) return kDamaged;
-  for (config::FileEntry& entry : reader.files) entry.offset += position;
+  for (FileEntry& entry : reader.files) entry.offset += position;
   return 0;
 }
 
@@ -113,6 +113,5 @@ std::string load_package(PackageReader& reader, const std::u16string& packagePat
     }
     return "IDS_ERROR_DAMAGEDSOURCE";
   }
-  reader.cursor = 0;
   return std::string();
 }

@@ -10,7 +10,7 @@
 #include "package/install_data.h"
 #include "package/lz_compressor.h"
 
-using PackageReader = config::InstallData<LZCompressor, FileSystem>;
+using PackageReader = InstallData;
 
 // Name of the distribution package beside the installer.
 inline const std::u16string kPackageFileName = u"plom8.tpk";

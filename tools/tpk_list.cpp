@@ -55,7 +55,7 @@ class CountingSink : public InflateSink {
 };
 
 // The decoded stream, pulled front to back (only as far as it is read).
-class InflatingSource : public config::ByteSource {
+class InflatingSource : public ByteSource {
  public:
   InflatingSource(const uint8_t* data, uint64_t size) : m_data(data), m_left(size) {
     inflateInit2(&m_zs, -MAX_WBITS);
@@ -140,31 +140,31 @@ int main(int argc, char** argv) {
 
   // Second pass: the header and catalogue, decoded only as far as they go.
   InflatingSource source(data, size);
-  std::vector<config::LanguageEntry> languages;
-  std::vector<config::FileEntry> files;
-  config::CatalogueInfo info;
-  if (config::read_catalogue(source, counter.total(), languages, files, info) != 0) {
+  std::vector<LanguageEntry> languages;
+  std::vector<FileEntry> files;
+  CatalogueInfo info;
+  if (read_catalogue(source, counter.total(), languages, files, info) != 0) {
     std::fprintf(stderr, "tpk-list: %s: damaged package: %s\n", path,
                  info.fault.empty() ? "unreadable catalogue" : info.fault.c_str());
     return 1;
   }
 
   uint64_t contents = 0;
-  for (const config::FileEntry& f : files) contents += f.size;
+  for (const FileEntry& f : files) contents += f.size;
   std::printf("package: %s\n", path);
   std::printf("compressed: %llu bytes, decoded: %llu bytes%s\n", (unsigned long long)size,
               (unsigned long long)counter.total(),
               outcome.reachedEnd ? "" : " (stream ends without its end marker)");
   std::printf("header kind: %u\n", info.kind);
   std::printf("languages: %zu\n", languages.size());
-  for (const config::LanguageEntry& l : languages)
+  for (const LanguageEntry& l : languages)
     std::printf("  %s %s %s %s\n", quoted(l.language).c_str(), quoted(l.title1).c_str(),
                 quoted(l.title2).c_str(), quoted(l.descriptionRef).c_str());
   std::printf("files: %zu, contents: %llu bytes, data area: %llu bytes at %llu\n", files.size(),
               (unsigned long long)contents,
               (unsigned long long)(counter.total() - info.dataStart),
               (unsigned long long)info.dataStart);
-  for (const config::FileEntry& f : files) {
+  for (const FileEntry& f : files) {
     uint64_t ticks = (uint64_t(f.time.dwHighDateTime) << 32) | f.time.dwLowDateTime;
     std::printf("  %s %12u %10llu %s\n", tpk::format_filetime(ticks).c_str(), f.size,
                 (unsigned long long)f.offset, tpk::utf16_to_utf8(f.name).c_str());

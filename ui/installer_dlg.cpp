@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "app/installation_setup.h"
-#include "app/resources.h"
+#include "texts/resources.h"
 #include "compat/file_finder.h"
 #include "compat/shell.h"
 #include "compat/text.h"
@@ -228,7 +228,7 @@ void CInstallerDlg::setFinishButtons() {
 }
 
 void CInstallerDlg::titles(std::u16string& product, std::u16string& vendor) const {
-  for (const config::LanguageEntry& entry : m_package.languages) {
+  for (const LanguageEntry& entry : m_package.languages) {
     if (compare_nocase(entry.language, m_languageCode) == 0) {
       product = entry.title1;
       vendor = entry.title2;
@@ -500,7 +500,7 @@ std::u16string CInstallerDlg::documentPath() const {
   // (no record, or an empty name), the English record does.
   std::u16string name;
   bool found = false;
-  for (const config::LanguageEntry& entry : m_package.languages) {
+  for (const LanguageEntry& entry : m_package.languages) {
     if (compare_nocase(entry.language, m_languageCode) == 0) {
       if (!entry.descriptionRef.empty()) {
         name = entry.descriptionRef;
@@ -510,7 +510,7 @@ std::u16string CInstallerDlg::documentPath() const {
     }
   }
   if (!found) {
-    for (const config::LanguageEntry& entry : m_package.languages) {
+    for (const LanguageEntry& entry : m_package.languages) {
       if (compare_nocase(entry.language, u"en") == 0) {
         name = entry.descriptionRef;
         break;

@@ -1,6 +1,6 @@
 #include "ui/wizard_pages.h"
 
-#include "app/resources.h"
+#include "texts/resources.h"
 #include "compat/text.h"
 #include "ui/message_box.h"
 

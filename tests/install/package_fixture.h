@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "app/resources.h"
+#include "texts/resources.h"
 #include "compat/file_system.h"
 #include "compat/text.h"
 #include "install/install_process_data.h"
@@ -55,7 +55,7 @@ class Sandbox {
   // matter) into the working file and fills `reader` with the catalogue.
   void buildPackage(PackageReader& reader, const std::vector<PackageFile>& files) const {
     std::string bytes(37, '#');
-    reader.files.assign(files.size(), config::FileEntry());
+    reader.files.assign(files.size(), FileEntry());
     for (size_t i = files.size(); i-- > 0;) {
       reader.files[i].name = w(files[i].name);
       reader.files[i].time = files[i].time;

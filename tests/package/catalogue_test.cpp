@@ -41,11 +41,11 @@ TEST(CatalogueTest, LayoutsAcceptedOrRefused) {
       {kind0(u32(2) + file_record(u"ok", 0, 0, 0) + file_record(u"a\\..\\x", 0, 0, 0)), "'..'"},
   };
   for (const Case& c : cases) {
-    config::MemorySource source(reinterpret_cast<const uint8_t*>(c.bytes.data()), c.bytes.size());
-    std::vector<config::LanguageEntry> languages;
-    std::vector<config::FileEntry> files;
-    config::CatalogueInfo info;
-    unsigned code = config::read_catalogue(source, c.bytes.size(), languages, files, info);
+    MemorySource source(reinterpret_cast<const uint8_t*>(c.bytes.data()), c.bytes.size());
+    std::vector<LanguageEntry> languages;
+    std::vector<FileEntry> files;
+    CatalogueInfo info;
+    unsigned code = read_catalogue(source, c.bytes.size(), languages, files, info);
     SCOPED_TRACE(std::to_string(&c - cases) + ": " + info.fault);
     EXPECT_EQ(code, c.fault ? 13u : 0u);
     if (c.fault) EXPECT_NE(info.fault.find(c.fault), std::string::npos);
@@ -60,7 +60,7 @@ TEST(CatalogueTest, EntryGate) {
       {u"a.txt", u"dir/sub\\a.txt", u"...", u"a..b/..c/d..", u".hidden/./x", u"1:x", u"a/C:/x"}};
   for (bool accepted : {false, true})
     for (const std::u16string& name : names[accepted])
-      EXPECT_EQ(config::catalogue_entry_fault(name, 0, 0, 0) == nullptr, accepted)
+      EXPECT_EQ(catalogue_entry_fault(name, 0, 0, 0) == nullptr, accepted)
           << narrow_lib(name);
   struct Range {
     uint64_t offset, size, dataSize;
@@ -68,7 +68,7 @@ TEST(CatalogueTest, EntryGate) {
   } ranges[] = {{0, 10, 10, true},  {5, 5, 10, true},   {10, 0, 10, true},
                 {0, 11, 10, false}, {11, 0, 10, false}, {1, UINT64_MAX, 10, false}};
   for (const Range& c : ranges)
-    EXPECT_EQ(config::catalogue_entry_fault(u"a", c.offset, c.size, c.dataSize) == nullptr,
+    EXPECT_EQ(catalogue_entry_fault(u"a", c.offset, c.size, c.dataSize) == nullptr,
               c.accepted)
         << c.offset << "+" << c.size;
 }

@@ -61,7 +61,7 @@ TEST(ToolsTest, BuildListLoadRoundTrip) {
     ASSERT_EQ(reader.files.size(), kTree.size());
     const std::string written = read_file(narrow_lib(reader.workingPath));
     for (size_t i = 0; i < kTree.size(); ++i) {
-      const config::FileEntry& f = reader.files[i];
+      const FileEntry& f = reader.files[i];
       EXPECT_EQ(f.name, kTree[i].name) << i;
       EXPECT_EQ(FileTimeToU64(f.time), uint64_t(kTree[i].seconds + 11644473600) * 10000000 +
                                            uint64_t(kTree[i].nanoseconds / 100));

@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "app/resources.h"
+#include "texts/resources.h"
 #include "compat/text.h"
 #include "support/test_support.h"
 #include "tools/tpk_writer.h"

@@ -7,17 +7,17 @@
 #include "package/catalogue.h"
 
 const char* catalogue_invariant_broken(const uint8_t* data, size_t size) {
-  config::MemorySource source(data, size);
-  std::vector<config::LanguageEntry> languages;
-  std::vector<config::FileEntry> files;
-  config::CatalogueInfo info;
-  unsigned code = config::read_catalogue(source, size, languages, files, info);
+  MemorySource source(data, size);
+  std::vector<LanguageEntry> languages;
+  std::vector<FileEntry> files;
+  CatalogueInfo info;
+  unsigned code = read_catalogue(source, size, languages, files, info);
   if (code != 0 && code != 13) return "an unexpected error code";
   if (code != 0) return info.fault.empty() ? "a refusal without a reason" : nullptr;
   if (info.dataStart > size) return "the data area starts past the end";
-  for (const config::FileEntry& f : files) {
+  for (const FileEntry& f : files) {
     if (f.offset + f.size > size - info.dataStart) return "an entry runs past the data area";
-    if (config::catalogue_entry_fault(f.name, f.offset, f.size, size - info.dataStart))
+    if (catalogue_entry_fault(f.name, f.offset, f.size, size - info.dataStart))
       return "an accepted entry fails the gate";
   }
   return nullptr;

@@ -1,4 +1,4 @@
-#include "app/resources.h"
+#include "texts/resources.h"
 
 #include <atomic>
 #include <cstddef>
