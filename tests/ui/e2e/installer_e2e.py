@@ -5,7 +5,7 @@ import os, re, shutil, signal, subprocess, tempfile, time, unittest
 
 BIN = os.path.abspath(os.environ.get("INSTALLER_BIN", "build/app/installer"))
 TPK_BUILD = os.path.abspath(os.environ.get("TPK_BUILD", "build/tools/tpk-build"))
-with open(os.environ.get("RESOURCES_CPP", "app/resources.cpp"), encoding="utf-8") as f:
+with open(os.environ.get("RESOURCES_CPP", "texts/resources.cpp"), encoding="utf-8") as f:
     SOURCE = f.read()
 TABLES = {name: dict(re.findall(r'\{"(ID[SR]_\w+)", "(.*)"\},', body)) for name, body in
           re.findall(r"constexpr ResourceText (k\w+)\[\] = \{(.*?)\n\};", SOURCE, re.S)}
