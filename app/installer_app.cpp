@@ -1,188 +1,151 @@
 #include "app/installer_app.h"
 
 #include <gtk/gtk.h>
-#include <pthread.h>
-#include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
 
 #include "app/command_line.h"
-#include "app/installation_setup.h"
-#include "texts/resources.h"
 #include "compat/text.h"
-#include "install/install_process_data.h"
-#include "install/install_thread.h"
-#include "install/installer.h"
-#include "package/package_loader.h"
+#include "install/interrupts.h"
+#include "install/session.h"
+#include "install/startup.h"
 #include "package/package_location.h"
-#include "starter/config_locations.h"
-#include "starter/starter_state.h"
+#include "texts/resources.h"
 #include "ui/installer_dlg.h"
 
 namespace {
 
-void print_line(FILE* stream, const std::u16string& text) {
-  std::fprintf(stream, "%s\n", narrow_lib(text).c_str());
+void print_line(FILE* stream, const std::string& text) {
+  std::fprintf(stream, "%s\n", text.c_str());
   std::fflush(stream);
 }
 
 // Stands in for a message box: the text goes to standard error.
-void report(const std::u16string& text) { print_line(stderr, text); }
+void report(const std::u16string& text) { print_line(stderr, narrow_lib(text)); }
 
-// Waits for SIGINT, SIGTERM and SIGHUP on a thread of its own while an
-// installation runs, and turns them into a cancel request (the run then
-// rolls back). The signals are blocked in every other thread from
-// construction on; the old mask is back after destruction.
-class SignalCancel {
+// The line after the described text: what failed, on which path, and why.
+void report_cause(const Status& status) {
+  if (!status.ok()) print_line(stderr, describe(status));
+}
+
+// One progress line on standard error, rewritten in place, while standard
+// error is a terminal; nothing otherwise.
+class ProgressLine {
  public:
-  explicit SignalCancel(InstallProcessData& data) : m_data(data) {
-    sigemptyset(&m_signals);
-    for (int s : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&m_signals, s);
-    pthread_sigmask(SIG_BLOCK, &m_signals, &m_oldMask);
-    m_started = pthread_create(&m_thread, nullptr, &SignalCancel::watch, this) == 0;
+  ProgressLine() : m_terminal(isatty(STDERR_FILENO) == 1) {
+    struct winsize size {};
+    if (m_terminal && ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 8)
+      m_width = size.ws_col;
   }
-  ~SignalCancel() {
-    if (m_started) {
-      m_done = true;
-      pthread_kill(m_thread, SIGTERM);  // wakes the watcher, which sees m_done
-      pthread_join(m_thread, nullptr);
+  ~ProgressLine() { clear(); }
+
+  void show(int percent, const std::u16string& file) {
+    if (!m_terminal) return;
+    std::string line = std::to_string(percent) + "% ";
+    std::string name = narrow_lib(file);
+    // Keep the end of a long path, which names the file; never cut a
+    // character in two.
+    const size_t room = m_width - 1 - line.size();
+    if (name.size() > room) {
+      size_t from = name.size() - (room - 3);
+      while (from < name.size() && (static_cast<unsigned char>(name[from]) & 0xC0) == 0x80) ++from;
+      name = "..." + name.substr(from);
     }
-    pthread_sigmask(SIG_SETMASK, &m_oldMask, nullptr);
+    std::fprintf(stderr, "\r%s%s\033[K", line.c_str(), name.c_str());
+    std::fflush(stderr);
+    m_shown = true;
   }
-  SignalCancel(const SignalCancel&) = delete;
-  SignalCancel& operator=(const SignalCancel&) = delete;
-
- private:
-  static void* watch(void* self) {
-    auto* me = static_cast<SignalCancel*>(self);
-    int signal = 0;
-    while (sigwait(&me->m_signals, &signal) == 0 && !me->m_done) me->m_data.setCancel(true);
-    return nullptr;
-  }
-
-  InstallProcessData& m_data;
-  sigset_t m_signals;
-  sigset_t m_oldMask;
-  pthread_t m_thread{};
-  bool m_started = false;
-  std::atomic<bool> m_done{false};
-};
-
-// The silent installation without a display: the wizard's steps with no
-// widget, the outcome told on the standard streams.
-class HeadlessInstall {
- public:
-  explicit HeadlessInstall(bool useCwd) : m_useCwd(useCwd) {
-    if (const char* delay = std::getenv("TPL_TEST_STATE_DELAY_MS"))
-      m_testStateDelayMs = static_cast<unsigned>(std::strtoul(delay, nullptr, 10));
-  }
-
-  int run() {
-    const std::string failure = prepare_installation(tpk_full_path(m_useCwd), m_package, m_starter);
-    if (!failure.empty()) {
-      report(LoadResString(failure));
-      return 1;
-    }
-    const std::u16string target = m_starter.proposal;
-    // Never install relative to the working directory.
-    if (target.empty()) {
-      report(LoadResString("IDS_SETUP_EMPTYTARGET"));
-      report(LoadResString("IDS_ERROR_FINISH"));
-      return 1;
-    }
-
-    m_data.setInstallState(0, LoadResString("IDS_PREPARECOPY"), 0);
-    m_data.setWakeup(&HeadlessInstall::wake, this);
-    m_data.init(&m_package, target);
-    unsigned state = 0;
-    std::u16string message;
-    int percent = 0;
-    {
-      SignalCancel signals(m_data);
-      if (m_thread.start(&HeadlessInstall::step, this) != 0) {
-        report(LoadResString("IDS_INSTALL_ERROR"));
-        return 1;
-      }
-      waitForOutcome(state, message, percent);
-      // An error is told while the run rolls back, as the wizard does.
-      if (state != 0 && state != ERROR_CANCELLED) report(message);
-      m_thread.join();
-    }
-
-    if (state == 0 && percent >= 100) {
-      print_line(stdout, LoadResString("IDS_SUCCESS_FINISH"));
-      print_line(stdout, target);
-      if (record_template_dir(m_starter, target) != 0) {
-        // The templates are installed, but the starter does not list them.
-        report(LoadResString("IDS_INSTALL_ERROR") + u"\n" +
-               (m_starter.writeOrdinary ? get_local_config_file_path()
-                                        : get_local_config_file_path_base()));
-        return 1;
-      }
-      return 0;
-    }
-    report(LoadResString(m_data.isCancelled() && state == ERROR_CANCELLED ? "IDS_CANCEL_FINISH"
-                                                                          : "IDS_ERROR_FINISH"));
-    return 1;
+  void clear() {
+    if (!m_shown) return;
+    std::fputs("\r\033[K", stderr);
+    std::fflush(stderr);
+    m_shown = false;
   }
 
  private:
-  static bool step(void* self) {
-    auto* me = static_cast<HeadlessInstall*>(self);
-    {
-      Installer installer;
-      installer.run(&me->m_data);
-    }
-    me->m_runDone = true;
-    wake(me);
-    return false;
-  }
-
-  // Runs on the worker after each published state.
-  static void wake(void* self) {
-    auto* me = static_cast<HeadlessInstall*>(self);
-    {
-      std::lock_guard<std::mutex> lock(me->m_mutex);
-      ++me->m_changes;
-      me->m_changed.notify_one();
-    }
-    // Tests make each file take this long, after its state became visible.
-    if (me->m_testStateDelayMs) usleep(me->m_testStateDelayMs * 1000);
-  }
-
-  // Sleeps until the worker publishes its outcome (or its run returns).
-  void waitForOutcome(unsigned& state, std::u16string& message, int& percent) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    for (;;) {
-      const unsigned long seen = m_changes;
-      m_data.getInstallState(state, message, percent);
-      if (state != 0 || percent >= 100 || m_runDone) return;
-      m_changed.wait(lock, [&] { return m_changes != seen; });
-    }
-  }
-
-  bool m_useCwd;
-  unsigned m_testStateDelayMs = 0;
-  StarterState m_starter;
-  PackageReader m_package;
-  InstallProcessData m_data;
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  unsigned long m_changes = 0;
-  std::atomic<bool> m_runDone{false};
-  InstallThread m_thread;  // last: destroyed first, after the worker is gone
+  bool m_terminal;
+  bool m_shown = false;
+  size_t m_width = 80;
 };
+
+// The exit status of a run without a display.
+constexpr int kExitInstalled = 0;
+constexpr int kExitFailed = 1;
+constexpr int kExitCancelled = 3;
+constexpr int kExitNotRestored = 4;
+
+void cancel_session(void* session) { static_cast<InstallSession*>(session)->cancel(); }
 
 }  // namespace
 
 int run_headless_install(const LaunchOptions& options) {
-  HeadlessInstall install(options.useCwd);
-  return install.run();
+  StarterState starter;
+  PackageReader package;
+  const StartupReport start =
+      prepare_installation(tpk_full_path(options.useCwd), package, starter, &interrupt_flag());
+  for (const std::u16string& target : start.restored)
+    print_line(stderr, "restored " + narrow_lib(target) + " after an interrupted installation");
+  for (const std::u16string& backup : start.notRestored)
+    print_line(stderr, "an interrupted installation could not be undone; its files are kept in " +
+                           narrow_lib(backup));
+  if (start.status.code == ERROR_CANCELLED || interrupted()) return kExitCancelled;
+  if (!start.status.ok()) {
+    report(LoadResString(startup_failure_key(start.status)));
+    report_cause(start.status);
+    return kExitFailed;
+  }
+
+  const std::u16string target = starter.proposal;
+  InstallSession session(package, starter);
+  InterruptScope interrupts(&cancel_session, &session);
+  if (!session.start(target)) {
+    const InstallOutcome& outcome = session.outcome();
+    report(LoadResString(outcome.messageKey));
+    report_cause(outcome.status);
+    report(LoadResString("IDS_ERROR_FINISH"));
+    return kExitFailed;
+  }
+
+  {
+    ProgressLine line;
+    unsigned long seen = session.changeCount();
+    while (!session.settled()) {
+      const RunProgress progress = session.progress();
+      line.show(progress.percent, progress.message);
+      seen = session.waitForChange(seen);
+    }
+  }
+  // An error is told while the run rolls back, as the wizard does.
+  const RunProgress last = session.progress();
+  if (classify_run(last.state, last.percent) == OutcomeKind::kFailed) report(last.message);
+  session.waitReturned();
+
+  const InstallOutcome& outcome = session.finish();
+  switch (outcome.kind) {
+    case OutcomeKind::kInstalled:
+    case OutcomeKind::kStarterNotWritten:
+      print_line(stdout, narrow_lib(LoadResString("IDS_SUCCESS_FINISH")));
+      print_line(stdout, narrow_lib(target));
+      if (outcome.kind == OutcomeKind::kInstalled) return kExitInstalled;
+      // The templates are installed, but the starter does not list them.
+      report(LoadResString("IDS_INSTALL_ERROR") + u"\n" + outcome.status.path);
+      report_cause(outcome.status);
+      return kExitFailed;
+    case OutcomeKind::kCancelled:
+      report(LoadResString("IDS_CANCEL_FINISH"));
+      return kExitCancelled;
+    case OutcomeKind::kFailed:
+      report_cause(outcome.status);
+      if (!outcome.keptBackupDir.empty())
+        print_line(stderr, "not everything could be put back; the old files are kept in " +
+                               narrow_lib(outcome.keptBackupDir));
+      report(LoadResString("IDS_ERROR_FINISH"));
+      return outcome.keptBackupDir.empty() ? kExitFailed : kExitNotRestored;
+  }
+  return kExitFailed;
 }
 
 int CInstallerApp::InitInstance() {

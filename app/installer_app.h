@@ -10,9 +10,9 @@ class CInstallerApp {
   // argv must outlive the object.
   CInstallerApp(int argc, char** argv) : m_argc(argc), m_argv(argv) {}
 
-  // Runs the installer to its end and returns the process exit status: 0,
-  // except 1 for a failed installation in silent mode without a display and
-  // 1 when no display is available for the wizard at all.
+  // Runs the installer to its end and returns the process exit status: 0
+  // with a display; without one that of run_headless_install in silent
+  // mode, else 1.
   int InitInstance();
 
  private:
@@ -25,6 +25,9 @@ class CInstallerApp {
 struct LaunchOptions;
 
 // Silent installation with no window: the same steps as the wizard, with
-// what a message box would say written to standard error. 0 after a
-// successful installation, 1 otherwise.
+// what a message box would say written to standard error, followed by a
+// line naming what failed and why. Exit status: 0 installed; 1 failed (the
+// target as it was) or installed without the starter file updated; 3
+// interrupted (the target as it was); 4 failed and something could not be
+// put back (the folder holding it is named).
 int run_headless_install(const LaunchOptions& options);

@@ -2,8 +2,13 @@
 #include <gtk/gtk.h>
 
 #include "app/installer_app.h"
+#include "install/interrupts.h"
 
 int main(int argc, char** argv) {
+  // Before anything else, so that no signal can end the program halfway
+  // through a change: SIGINT, SIGTERM and SIGHUP become requests that each
+  // phase answers.
+  watch_interrupts();
   // The installation runs on a worker thread beside the GUI thread.
   G_GNUC_BEGIN_IGNORE_DEPRECATIONS
   g_thread_init(nullptr);

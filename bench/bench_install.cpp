@@ -450,7 +450,8 @@ int main(int argc, char** argv) {
   PackageReader& reader = *owned;
   PhaseMeter meter;
   meter.begin();
-  std::string failure = load_package(reader, widen_lib(argv[1]));
+  const Status loaded = load_package(reader, widen_lib(argv[1]));
+  const std::string failure = describe(loaded);
   meter.end();
   {
     uint64_t bytes = 0;

@@ -132,6 +132,7 @@ bool Installer::compareFiles(const std::u16string& path, const _FILETIME& packag
 
 unsigned Installer::stopOnError(unsigned code, unsigned percent) {
   if (code == 0) code = ERROR_INVALID_PARAMETER;  // a failure is never reported as success
+  m_failure = ::failure(code, Step::kNone);
   m_data->setInstallState(code, LoadResString("IDS_INSTALL_ERROR"), static_cast<int>(percent));
   return m_rollback.rollback(code);
 }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "compat/file_system.h"
+#include "compat/status.h"
 #include "install/rollback.h"
 #include "package/package_loader.h"
 
@@ -33,6 +34,11 @@ class Installer {
 
   // The journal of the run, for inspection after it.
   const Rollback& rollbackJournal() const { return m_rollback; }
+  // After a failed run: the code, step and path of what failed.
+  const Status& failure() const { return m_failure; }
+  // After a rollback that could not put everything back: the backup folder
+  // that still holds the old files; empty otherwise.
+  const std::u16string& keptBackupDir() const { return m_keptBackupDir; }
 
  private:
   // Publishes (code, error text, percent), then rolls back; returns the code.
@@ -42,6 +48,8 @@ class Installer {
   unsigned installEntry(PackageReader& reader, const FileEntry& entry,
                         const std::u16string& target);
   Rollback m_rollback;
+  Status m_failure;
+  std::u16string m_keptBackupDir;
   InstallProcessData* m_data = nullptr;
   int m_finishPauseMs;
 };

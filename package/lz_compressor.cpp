@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <sys/mman.h>
 
+#include <atomic>
 #include <cstdint>
 
 #include "compat/file_system.h"
@@ -13,25 +14,31 @@ namespace {
 // stops all further writing, so a destination that could not take every
 // byte ends where the fault happened (the reader's size checks then refuse
 // it) instead of silently closing the gap.
+// A stop request ends the writing the same way.
 class HandleSink : public InflateSink {
  public:
-  explicit HandleSink(HANDLE handle) : m_handle(handle) {}
+  HandleSink(HANDLE handle, const std::atomic<bool>* stop) : m_handle(handle), m_stop(stop) {}
   void write(const uint8_t* data, size_t size) override {
-    while (size != 0 && !m_failed) {
+    if (m_stop && *m_stop) m_stopped = true;
+    while (size != 0 && !m_stopped && m_error == 0) {
       unsigned written = 0;
       FileSystem::WriteFile(m_handle, data, static_cast<unsigned>(size), &written, nullptr);
       if (written == 0 || written == 0xFFFFFFFFu) {
-        m_failed = true;
+        m_error = written == 0 ? ENOSPC : errno;
         break;
       }
       data += written;
       size -= written;
     }
   }
+  bool stopped() const { return m_stopped; }
+  int error() const { return m_error; }
 
  private:
   HANDLE m_handle;
-  bool m_failed = false;
+  const std::atomic<bool>* m_stop;
+  bool m_stopped = false;
+  int m_error = 0;
 };
 
 int fd_of(HANDLE h) { return static_cast<int>(reinterpret_cast<intptr_t>(h)); }
@@ -49,12 +56,22 @@ unsigned LZCompressor::unpack(const std::u16string& src, const std::u16string& d
   HANDLE in = INVALID_HANDLE_VALUE;
   unsigned code = FileSystem::CreateFile(src, GENERIC_READ, 0, OPEN_EXISTING, in);
   if (code != 0) return code;
+  FileSystem::CloseHandle(in);
   HANDLE out = INVALID_HANDLE_VALUE;
   code = FileSystem::CreateFile(dst, GENERIC_WRITE, 0, CREATE_ALWAYS, out);
-  if (code != 0) {
-    FileSystem::CloseHandle(in);
-    return code;
-  }
+  if (code != 0) return code;
+  UnpackOptions options;
+  options.engine = engine;
+  options.chunkSize = chunkSize;
+  code = unpack(src, out, options);
+  FileSystem::CloseHandle(out);
+  return code;
+}
+
+unsigned LZCompressor::unpack(const std::u16string& src, HANDLE out, const UnpackOptions& options) {
+  HANDLE in = INVALID_HANDLE_VALUE;
+  unsigned code = FileSystem::CreateFile(src, GENERIC_READ, 0, OPEN_EXISTING, in);
+  if (code != 0) return code;
 
   long high = 0;
   uint32_t low = FileSystem::SetFilePointer(in, 0, &high, FILE_END);
@@ -66,7 +83,6 @@ unsigned LZCompressor::unpack(const std::u16string& src, const std::u16string& d
     void* m = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd_of(in), 0);
     if (m == MAP_FAILED) {
       code = setLastErrorByErrNo(errno);
-      FileSystem::CloseHandle(out);
       FileSystem::CloseHandle(in);
       return code;
     }
@@ -74,11 +90,13 @@ unsigned LZCompressor::unpack(const std::u16string& src, const std::u16string& d
     mapping = static_cast<const uint8_t*>(m);
   }
 
-  HandleSink sink(out);
-  InflateOutcome outcome = inflate_stream(mapping, size, sink, engine, chunkSize);
+  HandleSink sink(out, options.stop);
+  InflateOutcome outcome = inflate_stream(mapping, size, sink, options.engine, options.chunkSize);
 
-  FileSystem::CloseHandle(out);
   FileSystem::CloseHandle(in);
   if (mapping) munmap(const_cast<uint8_t*>(mapping), size);
+  if (options.writeError) *options.writeError = sink.error();
+  if (sink.stopped()) return ERROR_CANCELLED;
+  if (sink.error() != 0) return ERROR_CANTWRITE;
   return outcome.code;
 }

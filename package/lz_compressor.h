@@ -2,10 +2,20 @@
 // the last (no zlib or gzip framing).
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <string>
 
+#include "compat/file_system.h"
 #include "package/inflate_decoder.h"
+
+// How LZCompressor::unpack into an open file decodes.
+struct UnpackOptions {
+  InflateEngine engine = default_inflate_engine();
+  size_t chunkSize = 32768;
+  const std::atomic<bool>* stop = nullptr;  // set: writing ends, the result is 1223
+  int* writeError = nullptr;                // receives errno of a failed write, else 0
+};
 
 class LZCompressor {
  public:
@@ -25,4 +35,8 @@ class LZCompressor {
   // The same with a chosen engine and output chunk size (tests, benchmarks).
   static unsigned unpack(const std::u16string& src, const std::u16string& dst,
                          InflateEngine engine, size_t chunkSize = kBufferSize);
+  // Inflates `src` into the open `dst` from its current position, which stays
+  // open. Besides the codes above: 1013 when `dst` could not take every byte
+  // (a full disk), 1223 when the stop flag was raised.
+  static unsigned unpack(const std::u16string& src, HANDLE dst, const UnpackOptions& options);
 };

@@ -1,8 +1,12 @@
 #include "package/package_loader.h"
 
+#include <errno.h>
+
 #include <algorithm>
+#include <string>
 
 #include "package/catalogue.h"
+#include "package/working_file.h"
 
 namespace {
 
@@ -48,39 +52,44 @@ uint64_t current_position(HANDLE handle) {
   return (uint64_t(uint32_t(high)) << 32) | low;
 }
 
-// Working file, inflation and catalogue; the failure code of the first step
-// that fails, or 0.
-unsigned load_working_file(PackageReader& reader, const std::u16string& packagePath,
-                           const LoadOptions& options) {
-  std::u16string directory;
-  if (unsigned code = FileSystem::GetTempPath(directory)) return code;
-  std::u16string working;
-  unsigned code = FileSystem::GetTempFileName(directory, u"kpt", working);
-  reader.workingPath = working;
-  if (code != 0) return code;
+// Working file, inflation and catalogue.
+Status load_working_file(PackageReader& reader, const std::u16string& packagePath,
+                         const LoadOptions& options) {
+  if (Status status = create_working_file(reader.workingPath, reader.handle); !status.ok())
+    return status;
 
-  if ((code = LZCompressor::unpack(packagePath, working, options.engine, options.chunkSize)))
-    return code;
-  if ((code = FileSystem::CreateFile(working, GENERIC_READ | GENERIC_WRITE, 0, OPEN_EXISTING,
-                                     reader.handle)))
-    return code;
+  int writeError = 0;
+  UnpackOptions unpack;
+  unpack.engine = options.engine;
+  unpack.chunkSize = options.chunkSize;
+  unpack.stop = options.stop;
+  unpack.writeError = &writeError;
+  if (unsigned code = LZCompressor::unpack(packagePath, reader.handle, unpack)) {
+    if (code == ERROR_CANTWRITE) return failure(code, Step::kUnpack, reader.workingPath, writeError);
+    if (code == ERROR_INVALID_DATA)
+      return failure(code, Step::kUnpack, packagePath, 0, "not a valid compressed stream");
+    if (code == ERROR_CANCELLED) return failure(code, Step::kUnpack, packagePath, 0, "interrupted");
+    return failure(code, Step::kUnpack, packagePath, FileSystem::GetLastError() == 2 ? ENOENT : 0);
+  }
 
   uint64_t total = seek_to(reader.handle, 0, FILE_END);
-  if (seek_to(reader.handle, 0, FILE_BEGIN) != 0) return kDamaged;
+  if (seek_to(reader.handle, 0, FILE_BEGIN) != 0)
+    return failure(kDamaged, Step::kReadCatalogue, packagePath, 0, "unreadable working file");
 
   HandleSource source(reader.handle);
   CatalogueInfo info;
-  if ((code = read_catalogue(source, total, reader.languages, reader.files, info)))
-    return code;
+  if (unsigned code = read_catalogue(source, total, reader.languages, reader.files, info))
+    return failure(code, Step::kReadCatalogue, packagePath, 0, info.fault);
   uint64_t dataStart = info.dataStart;
 
   // The catalogue was read in blocks, so the file pointer is past its end:
   // put it at the start of the data area and take the data start from there.
   seek_to(reader.handle, dataStart, FILE_BEGIN);
   uint64_t position = current_position(reader.handle);
-  if (position != dataStart) return kDamaged;
+  if (position != dataStart)
+    return failure(kDamaged, Step::kReadCatalogue, packagePath, 0, "data area out of reach");
   for (FileEntry& entry : reader.files) entry.offset += position;
-  return 0;
+  return Status();
 }
 
 }  // namespace
@@ -89,19 +98,25 @@ bool has_space_for_package(uint64_t packageSize, uint64_t freeBytes) {
   return packageSize <= freeBytes / kSpaceReg;
 }
 
-std::string load_package(PackageReader& reader, const std::u16string& packagePath) {
+Status load_package(PackageReader& reader, const std::u16string& packagePath) {
   return load_package(reader, packagePath, LoadOptions());
 }
 
-std::string load_package(PackageReader& reader, const std::u16string& packagePath,
-                         const LoadOptions& options) {
+Status load_package(PackageReader& reader, const std::u16string& packagePath,
+                    const LoadOptions& options) {
   uint64_t packageSize = 0;
   uint64_t freeBytes = 0;
   if (FileSystem::GetFileSize64(packagePath, &packageSize) == 0 &&
-      options.freeSpace(&freeBytes) == 0 && !has_space_for_package(packageSize, freeBytes))
-    return "IDS_ERROR_NOSPACE";
+      options.freeSpace(&freeBytes) == 0 && !has_space_for_package(packageSize, freeBytes)) {
+    std::u16string tmp;
+    FileSystem::GetTempPath(tmp);
+    return failure(ERROR_CANTWRITE, Step::kCheckSpace, tmp, 0,
+                   std::to_string(kSpaceReg * packageSize) + " bytes needed, " +
+                       std::to_string(freeBytes) + " free");
+  }
 
-  if (load_working_file(reader, packagePath, options) != 0) {
+  Status status = load_working_file(reader, packagePath, options);
+  if (!status.ok()) {
     reader.files.clear();
     if (reader.handle != INVALID_HANDLE_VALUE) {
       FileSystem::CloseHandle(reader.handle);
@@ -111,7 +126,10 @@ std::string load_package(PackageReader& reader, const std::u16string& packagePat
       FileSystem::DeleteFile(reader.workingPath);
       reader.workingPath.clear();
     }
-    return "IDS_ERROR_DAMAGEDSOURCE";
   }
-  return std::string();
+  return status;
+}
+
+const char* load_failure_key(const Status& status) {
+  return status.step == Step::kCheckSpace ? "IDS_ERROR_NOSPACE" : "IDS_ERROR_DAMAGEDSOURCE";
 }

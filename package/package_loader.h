@@ -7,6 +7,7 @@
 #include <string>
 
 #include "compat/file_system.h"
+#include "compat/status.h"
 #include "package/install_data.h"
 #include "package/lz_compressor.h"
 
@@ -27,20 +28,27 @@ struct LoadOptions {
   FreeSpaceQuery freeSpace = &FileSystem::GetFreeSpaceTmpDir64;
   InflateEngine engine = default_inflate_engine();
   size_t chunkSize = LZCompressor::kBufferSize;
+  const std::atomic<bool>* stop = nullptr;  // raised: unpacking ends, the load fails with 1223
 };
 
 // Whether `freeBytes` holds kSpaceReg times `packageSize` (64-bit, no wrap).
 bool has_space_for_package(uint64_t packageSize, uint64_t freeBytes);
 
 // Loads `packagePath` into `reader`, which must be empty (no working file).
-// Returns the key of the text the user must be shown ("IDS_ERROR_NOSPACE",
-// "IDS_ERROR_DAMAGEDSOURCE"), or an empty string on success. On success
+// On failure the status names the step: Step::kCheckSpace (too little room
+// in the temporary directory), Step::kCreateWorkFile, Step::kUnpack (a
+// corrupt stream, a full disk with sysError ENOSPC, or code 1223 after a
+// stop request) or Step::kReadCatalogue (damaged contents). On success
 // the reader holds the languages and the files (offsets absolute in the
 // working file), the working file is open read-write and positioned at the
 // start of its data area, and the reader's destructor closes and deletes
 // it. On failure the files are cleared, the working file is closed and
 // deleted, and nothing is left in the temporary directory. When either the
 // package size or the free space cannot be found, the space check is skipped.
-std::string load_package(PackageReader& reader, const std::u16string& packagePath);
-std::string load_package(PackageReader& reader, const std::u16string& packagePath,
-                         const LoadOptions& options);
+Status load_package(PackageReader& reader, const std::u16string& packagePath);
+Status load_package(PackageReader& reader, const std::u16string& packagePath,
+                    const LoadOptions& options);
+
+// The text the user is shown for a failed load: "IDS_ERROR_NOSPACE" for the
+// space check, "IDS_ERROR_DAMAGEDSOURCE" for everything else.
+const char* load_failure_key(const Status& status);

@@ -59,7 +59,7 @@ StarterState read_starter_state() {
   return state;
 }
 
-int record_template_dir(StarterState& state, const std::u16string& targetDir) {
+Status record_template_dir(StarterState& state, const std::u16string& targetDir) {
   std::u16string dir = targetDir;
   if (!dir.empty() && (dir.back() == u'/' || dir.back() == u'\\')) dir.pop_back();
   state.templateDirs.insert(state.templateDirs.begin(), dir);
@@ -67,7 +67,9 @@ int record_template_dir(StarterState& state, const std::u16string& targetDir) {
     if (state.writeOrdinary) set_tmplts_list(state.templateDirs, false);
     if (state.writeBase) set_tmplts_list(state.templateDirs, true);
   } catch (int code) {
-    return code;
+    return failure(static_cast<unsigned>(code), Step::kWriteStarter,
+                   state.writeOrdinary ? get_local_config_file_path()
+                                       : get_local_config_file_path_base());
   }
-  return 0;
+  return Status();
 }

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "compat/status.h"
+
 struct StarterState {
   std::vector<std::u16string> templateDirs;  // the list read at start
   bool writeOrdinary = false;                // write back with set_tmplts_list(list, false)
@@ -27,6 +29,6 @@ StarterState read_starter_state();
 std::u16string clean_proposal(std::u16string proposal);
 
 // Records `targetDir` at the front of `state.templateDirs` (one trailing "/"
-// or "\\" removed) and writes the files `state` names. Returns 0, or the
-// integer 1 or 2 of a failed write (the old file then stays intact).
-int record_template_dir(StarterState& state, const std::u16string& targetDir);
+// or "\\" removed) and writes the files `state` names. A failed write
+// (the old file then stays intact) names the file it could not write.
+Status record_template_dir(StarterState& state, const std::u16string& targetDir);

@@ -86,10 +86,10 @@ int main(int argc, char** argv) {
   double elapsed;
   {
     PackageReader reader;
-    std::string failure = load_package(reader, widen_lib(package), options);
+    const Status status = load_package(reader, widen_lib(package), options);
     elapsed = now_seconds() - start;
-    if (!failure.empty()) {
-      std::fprintf(stderr, "bench_load: %s\n", failure.c_str());
+    if (!status.ok()) {
+      std::fprintf(stderr, "bench_load: %s\n", describe(status).c_str());
       return 1;
     }
     files = reader.files.size();

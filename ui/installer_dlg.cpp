@@ -5,16 +5,16 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "app/installation_setup.h"
-#include "texts/resources.h"
 #include "compat/file_finder.h"
 #include "compat/shell.h"
 #include "compat/text.h"
-#include "install/installer.h"
+#include "install/interrupts.h"
+#include "install/startup.h"
 #include "package/package_location.h"
-#include "starter/config_locations.h"
+#include "texts/resources.h"
 #include "ui/images.h"
 #include "ui/message_box.h"
+#include "ui/wizard_events.h"
 #include "ui/wizard_pages.h"
 
 namespace {
@@ -74,16 +74,6 @@ GtkWidget* new_navigation_button(GtkWidget* fixed, int x, int y, bool canDefault
   return button;
 }
 
-unsigned env_number(const char* name) {
-  const char* value = std::getenv(name);
-  return value ? static_cast<unsigned>(std::strtoul(value, nullptr, 10)) : 0;
-}
-
-bool env_flag(const char* name) {
-  const char* value = std::getenv(name);
-  return value && *value && std::string(value) != "0";
-}
-
 }  // namespace
 
 CInstallerDlg::CInstallerDlg(int argc, char** argv, bool silent, const std::string& title,
@@ -94,18 +84,20 @@ CInstallerDlg::CInstallerDlg(int argc, char** argv, bool silent, const std::stri
       m_argc(argc),
       m_argv(argv),
       m_title(title),
-      m_testStateDelayMs(env_number("TPL_TEST_STATE_DELAY_MS")),
-      m_trace(env_flag("TPL_TRACE")) {
+      m_session(m_package, m_starter) {
   gtk_init(&m_argc, &m_argv);
   m_starter.writeOrdinary = false;
   m_starter.writeBase = false;
-  m_installData.setInstallState(0, LoadResString("IDS_PREPARECOPY"), 0);
+  m_session.setWakeup(&CInstallerDlg::wake_gui, this);
+  on_interrupt(&CInstallerDlg::on_signal, this);
 }
 
 CInstallerDlg::~CInstallerDlg() {
-  // The worker only touches the package reader and the shared state, both
-  // members: let it finish before anything goes away.
-  m_thread.join();
+  on_interrupt(nullptr, nullptr);
+  if (m_signalSource) g_source_remove(m_signalSource);
+  // The worker only touches the package reader and the session's state:
+  // let it finish before anything goes away.
+  m_session.waitReturned();
   if (m_mainWindow) gtk_widget_destroy(m_mainWindow);
   if (m_sideImage) g_object_unref(m_sideImage);
   if (m_icon) g_object_unref(m_icon);
@@ -113,21 +105,18 @@ CInstallerDlg::~CInstallerDlg() {
 
 std::u16string CInstallerDlg::getTitle() const { return widen_lib(m_title); }
 
-void CInstallerDlg::trace(const char* what) const {
-  if (!m_trace) return;
-  std::printf("wizard: %s\n", what);
-  std::fflush(stdout);
-}
-
 // ---------------------------------------------------------------- start-up
 
 std::u16string CInstallerDlg::getTpkFullPath() const { return tpk_full_path(m_useCwd); }
 
 bool CInstallerDlg::OnInitDialog() {
   m_packagePath = getTpkFullPath();
-  const std::string failure = prepare_installation(m_packagePath, m_package, m_starter);
-  if (!failure.empty()) {
-    messageBox(this, LoadResString(failure), kMessageBoxError);
+  const StartupReport report =
+      prepare_installation(m_packagePath, m_package, m_starter, &interrupt_flag());
+  // An interrupt during the load ends the program without a word.
+  if (report.status.code == ERROR_CANCELLED || interrupted()) return false;
+  if (!report.status.ok()) {
+    messageBox(this, LoadResString(startup_failure_key(report.status)), kMessageBoxError);
     return false;
   }
   m_targetDir = m_starter.proposal;
@@ -141,10 +130,10 @@ void CInstallerDlg::DoModal() {
   showWelcomePage();
   if (m_silent) {
     showProgressPage();
-  } else {
+  } else if (!m_closeRequested) {
     gtk_main();
   }
-  m_thread.join();
+  m_session.waitReturned();
 }
 
 // ---------------------------------------------------------------- the frame
@@ -262,7 +251,7 @@ gboolean CInstallerDlg::gtk_window_delete_callback(GtkWidget*, GdkEvent*, void* 
   auto* self = static_cast<CInstallerDlg*>(dialog);
   // While files are being installed the window stays: closing it is a
   // cancel request like any other.
-  if (self->m_step == kStepProgress || self->m_thread.isRunning()) {
+  if (self->m_step == kStepProgress || !self->m_session.returned()) {
     self->processCancel();
     return TRUE;
   }
@@ -276,7 +265,7 @@ void CInstallerDlg::button_clicked_handler(GtkWidget*, void* dialog) {
 void CInstallerDlg::processCancel() {
   if (m_asking) return;
   const bool installing = m_step == kStepProgress;
-  if (installing && (m_runOver || m_installData.isCancelled())) return;
+  if (installing && (m_runOver || m_session.cancelRequested())) return;
   if (m_confirmCancel) {
     m_asking = true;
     const unsigned answer =
@@ -288,13 +277,39 @@ void CInstallerDlg::processCancel() {
     if (!m_runOver) abortInstall();
     return;
   }
-  if (m_thread.isRunning() || !m_mainWindow) return;
+  if (!m_session.returned() || !m_mainWindow) return;
   gtk_widget_destroy(m_mainWindow);
 }
 
 void CInstallerDlg::abortInstall() {
-  trace("cancel requested");
-  m_installData.setCancel(true);
+  wizard_event("cancel requested");
+  m_session.cancel();
+}
+
+void CInstallerDlg::on_signal(void* dialog) {
+  // The watcher thread may not touch widgets: the GUI thread answers.
+  auto* self = static_cast<CInstallerDlg*>(dialog);
+  if (!self->m_signalSource)
+    self->m_signalSource = g_idle_add(&CInstallerDlg::on_signal_idle, dialog);
+  g_main_context_wakeup(nullptr);
+}
+
+gboolean CInstallerDlg::on_signal_idle(void* dialog) {
+  auto* self = static_cast<CInstallerDlg*>(dialog);
+  self->m_signalSource = 0;
+  self->processInterrupt();
+  return FALSE;
+}
+
+void CInstallerDlg::processInterrupt() {
+  m_closeRequested = true;
+  if (m_step == kStepProgress && !m_runOver) {
+    if (!m_session.cancelRequested()) abortInstall();
+    return;
+  }
+  // A rollback or the finishing pause runs to its end first; the window
+  // closes once the outcome is shown.
+  if (m_session.returned() && m_mainWindow) gtk_widget_destroy(m_mainWindow);
 }
 
 void CInstallerDlg::on_buttonPrev_clicked(GtkWidget*, void* dialog) {
@@ -322,7 +337,7 @@ void CInstallerDlg::showWelcomePage() {
   }
   m_step = kStepWelcome;
   setCurPage(m_welcomePage.get());
-  trace("page=welcome");
+  wizard_event("page=welcome");
 }
 
 void CInstallerDlg::showSelectPathPage() {
@@ -333,7 +348,7 @@ void CInstallerDlg::showSelectPathPage() {
   gtk_widget_set_sensitive(m_buttonNext, TRUE);
   setCurPage(m_dirPage.get());
   gtk_widget_grab_focus(m_dirPage->entry());
-  trace("page=directory");
+  wizard_event("page=directory");
 }
 
 void CInstallerDlg::on_buttonNext_clicked(GtkWidget*, void* dialog) {
@@ -362,52 +377,33 @@ void CInstallerDlg::on_buttonNext_clicked(GtkWidget*, void* dialog) {
   }
 }
 
-void CInstallerDlg::wake_gui(void* dialog) {
-  auto* self = static_cast<CInstallerDlg*>(dialog);
-  g_main_context_wakeup(nullptr);
-  // Tests make each file take this long, after its state became visible.
-  if (self->m_testStateDelayMs) g_usleep(gulong(self->m_testStateDelayMs) * 1000);
-}
+void CInstallerDlg::wake_gui(void*) { g_main_context_wakeup(nullptr); }
 
 bool CInstallerDlg::updateProgress(void* dialog) {
-  auto* self = static_cast<CInstallerDlg*>(dialog);
-  {
-    Installer installer;
-    installer.run(&self->m_installData);
-  }
-  self->m_runDone = true;
-  g_main_context_wakeup(nullptr);
-  return false;
+  return InstallSession::updateProgress(&static_cast<CInstallerDlg*>(dialog)->m_session);
 }
 
-void CInstallerDlg::waitForWorker() {
+const InstallOutcome& CInstallerDlg::waitForWorker() {
   // The worker wakes the loop when its run returns, so this never waits
   // for an unrelated event.
-  while (m_thread.isRunning() && !m_runDone) gtk_main_iteration();
-  m_thread.join();
+  while (!m_session.returned()) gtk_main_iteration();
+  return m_session.finish();
 }
 
 void CInstallerDlg::showProgressPage() {
   if (!m_progressPage) m_progressPage = std::make_unique<ProgressPage>(m_fixed, m_width - 20);
   gtk_widget_set_sensitive(m_buttonBack, FALSE);
   gtk_widget_set_sensitive(m_buttonNext, FALSE);
-  // Never install relative to the working directory.
-  if (m_targetDir.empty()) {
-    messageBox(this, LoadResString("IDS_SETUP_EMPTYTARGET"), kMessageBoxError);
-    showErrorFinalPage();
-    return;
-  }
-
-  m_installData.setWakeup(&CInstallerDlg::wake_gui, this);
-  m_installData.init(&m_package, m_targetDir);
-  setCurPage(m_progressPage.get());
-  m_step = kStepProgress;
-  trace("page=progress");
-  m_runDone = false;
   m_runOver = false;
-  if (m_thread.start(&CInstallerDlg::updateProgress, this) != 0) {
+  if (!m_targetDir.empty()) {
+    setCurPage(m_progressPage.get());
+    m_step = kStepProgress;
+    wizard_event("page=progress");
+  }
+  if (!m_session.start(m_targetDir)) {
+    // An empty target or no worker thread: nothing was touched.
     m_runOver = true;
-    messageBox(this, LoadResString("IDS_INSTALL_ERROR"), kMessageBoxError);
+    messageBox(this, LoadResString(m_session.outcome().messageKey), kMessageBoxError);
     showErrorFinalPage();
     return;
   }
@@ -415,50 +411,45 @@ void CInstallerDlg::showProgressPage() {
   // Each turn blocks until an event or the worker's wake-up. The page is
   // touched only when the percentage moved: redrawing it unchanged would
   // queue new events and keep the loop spinning.
-  unsigned state = 0;
-  std::u16string message;
-  int percent = 0;
+  RunProgress progress;
   int shown = -1;
   for (;;) {
-    m_installData.getInstallState(state, message, percent);
-    if (percent != shown) {
-      m_progressPage->setProgress(percent);
-      shown = percent;
+    progress = m_session.progress();
+    if (progress.percent != shown) {
+      m_progressPage->setProgress(progress.percent);
+      shown = progress.percent;
     }
-    if (state != 0 || percent >= 100 || m_runDone) break;
+    if (m_session.settled()) break;
     gtk_main_iteration();
   }
   m_runOver = true;
 
-  if (state == 0 && percent >= 100) {
-    waitForWorker();  // the run pauses on "copying complete" before it returns
-    showSuccessFinalPage();
-    recordTemplateDir();
-    return;
+  // A failure is shown while the run rolls back.
+  if (classify_run(progress.state, progress.percent) == OutcomeKind::kFailed)
+    messageBox(this, progress.message, kMessageBoxError);
+  const InstallOutcome& outcome = waitForWorker();
+  switch (outcome.kind) {
+    case OutcomeKind::kInstalled:
+    case OutcomeKind::kStarterNotWritten:
+      showSuccessFinalPage();
+      reportStarterNotWritten(outcome);
+      break;
+    case OutcomeKind::kCancelled:
+      showCancelFinalPage();
+      break;
+    case OutcomeKind::kFailed:
+      showErrorFinalPage();
+      break;
   }
-  if (state != 0 && state != ERROR_CANCELLED) {
-    // Shown while the run rolls back.
-    messageBox(this, message, kMessageBoxError);
-    waitForWorker();
-    showErrorFinalPage();
-    return;
-  }
-  waitForWorker();
-  if (m_installData.isCancelled()) {
-    showCancelFinalPage();
-  } else {
-    showErrorFinalPage();
-  }
+  if (m_closeRequested && m_mainWindow) gtk_widget_destroy(m_mainWindow);
 }
 
-void CInstallerDlg::recordTemplateDir() {
+void CInstallerDlg::reportStarterNotWritten(const InstallOutcome& outcome) {
   // The templates are in place; only the starter's list could not be
   // updated. The box names the file that kept its old contents.
-  if (record_template_dir(m_starter, m_targetDir) != 0) {
-    const std::u16string file =
-        m_starter.writeOrdinary ? get_local_config_file_path() : get_local_config_file_path_base();
-    messageBox(this, LoadResString("IDS_INSTALL_ERROR") + u"\n" + file, kMessageBoxError);
-  }
+  if (outcome.kind != OutcomeKind::kStarterNotWritten) return;
+  messageBox(this, LoadResString("IDS_INSTALL_ERROR") + u"\n" + outcome.status.path,
+             kMessageBoxError);
 }
 
 void CInstallerDlg::showSuccessFinalPage() {
@@ -469,7 +460,7 @@ void CInstallerDlg::showSuccessFinalPage() {
   }
   setFinishButtons();
   setCurPage(m_successPage.get());
-  trace("page=success");
+  wizard_event("page=success");
 }
 
 void CInstallerDlg::showFinalPage(std::unique_ptr<MessagePage>& page, const char* key,
@@ -478,7 +469,7 @@ void CInstallerDlg::showFinalPage(std::unique_ptr<MessagePage>& page, const char
   m_step = step;
   setFinishButtons();
   setCurPage(page.get());
-  trace(name);
+  wizard_event(name);
 }
 
 void CInstallerDlg::showErrorFinalPage() {
@@ -534,7 +525,7 @@ void CInstallerDlg::finalize() {
     if (finder.reset(documentPath())) {
       finder.close();
       const std::string command = descriptionCommand();
-      trace(("open " + command).c_str());
+      wizard_event("open " + command);
       run_linux_command(command.c_str());
     }
   }

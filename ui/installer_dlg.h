@@ -5,12 +5,10 @@
 
 #include <gtk/gtk.h>
 
-#include <atomic>
 #include <memory>
 #include <string>
 
-#include "install/install_process_data.h"
-#include "install/install_thread.h"
+#include "install/session.h"
 #include "package/package_loader.h"
 #include "starter/starter_state.h"
 #include "ui/wnd.h"
@@ -47,8 +45,9 @@ class CInstallerDlg : public CWnd {
   // silent, the installation at once). Returns when the window is gone and
   // no worker runs any more.
   void DoModal();
-  // Finds and loads the package and settles the proposed directory. False
-  // after a message box has told the user what went wrong.
+  // Undoes interrupted runs, finds and loads the package and settles the
+  // proposed directory. False after a message box has told the user what
+  // went wrong, or after an interrupt during the load.
   bool OnInitDialog();
   // The package path: "plom8.tpk" in the working directory (useCwd) or
   // beside the executable; empty when that directory is unknown.
@@ -92,6 +91,10 @@ class CInstallerDlg : public CWnd {
   void processCancel();
   // Asks the running installation to stop after the current file.
   void abortInstall();
+  // A signal asked the program to end: a running installation is
+  // cancelled without a question; otherwise the window closes (after the
+  // run, once it has returned).
+  void processInterrupt();
   // Signal handlers; `dialog` is the CInstallerDlg. The close request keeps
   // the window while files are being installed (it asks to cancel instead).
   static gboolean gtk_window_key_press_callback(GtkWidget*, GdkEventKey* event, void* dialog);
@@ -101,7 +104,8 @@ class CInstallerDlg : public CWnd {
   static void on_buttonPrev_clicked(GtkWidget*, void* dialog);
   static void on_buttonNext_clicked(GtkWidget*, void* dialog);
 
-  // The worker's step: one installation run. Always false (run once).
+  // The worker's step: one installation run of the dialog's session.
+  // Always false (run once).
   static bool updateProgress(void* dialog);
 
   // For tests and the trace.
@@ -131,21 +135,19 @@ class CInstallerDlg : public CWnd {
  private:
   static void on_main_window_destroy(GtkWidget*, void* dialog);
   static void wake_gui(void* dialog);
-  // Pumps the GUI until the worker's run has returned, then joins it.
-  void waitForWorker();
-  // Records the target directory in the starter configuration; a failed
-  // write is shown in an error box.
-  void recordTemplateDir();
-  // With TPL_TRACE set: "wizard: <what>" on standard output (for tests).
-  void trace(const char* what) const;
+  static void on_signal(void* dialog);
+  static gboolean on_signal_idle(void* dialog);
+  // Pumps the GUI until the worker's run has returned, then ends the run:
+  // the target is recorded in the starter configuration after success.
+  const InstallOutcome& waitForWorker();
+  // Tells about a starter file that could not be written, in an error box.
+  void reportStarterNotWritten(const InstallOutcome& outcome);
   void showFinalPage(std::unique_ptr<MessagePage>& page, const char* key, unsigned step,
                      const char* name);
 
   // Flags: which starter files are written back, and the silent run.
   StarterState m_starter;
   bool m_silent;
-  // Shared with the worker.
-  InstallProcessData m_installData;
   std::u16string m_targetDir;
   std::u16string m_packagePath;
   PackageReader m_package;
@@ -176,16 +178,15 @@ class CInstallerDlg : public CWnd {
   int m_height = 360;
   std::string m_title;
 
-  // Set by the worker when its run has returned (before it wakes the GUI).
-  std::atomic<bool> m_runDone{false};
   // The run's outcome has been seen; cancelling means nothing any more.
   bool m_runOver = false;
   // A cancel question is on screen (no second one on top of it).
   bool m_asking = false;
-  // Test hook: milliseconds the worker waits after each published state.
-  unsigned m_testStateDelayMs = 0;
-  bool m_trace = false;
+  // A signal asked the program to end.
+  bool m_closeRequested = false;
+  guint m_signalSource = 0;  // a pending on_signal_idle
 
-  // Declared last, destroyed first: its destructor waits for the worker.
-  InstallThread m_thread;
+  // Declared last, destroyed first: its destructor waits for the worker,
+  // which uses the package reader and the starter state above.
+  InstallSession m_session;
 };

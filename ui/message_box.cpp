@@ -1,9 +1,8 @@
 #include "ui/message_box.h"
 
-#include <cstdio>
-#include <cstdlib>
 
 #include "compat/text.h"
+#include "ui/wizard_events.h"
 #include "ui/wnd.h"
 
 namespace {
@@ -16,18 +15,6 @@ MessageBoxHook& message_box_hook() {
 FolderChooserHook& folder_chooser_hook() {
   static FolderChooserHook hook;
   return hook;
-}
-
-// With TPL_TRACE set, every box is announced on standard output (for tests
-// that drive the program from outside).
-void trace_box(const std::string& text) {
-  const char* trace = std::getenv("TPL_TRACE");
-  if (!trace || !*trace || std::string(trace) == "0") return;
-  std::string line = text;
-  for (char& c : line)
-    if (c == '\n') c = ' ';
-  std::printf("wizard: box=%s\n", line.c_str());
-  std::fflush(stdout);
 }
 
 int run_real_box(GtkMessageType type, GtkButtonsType buttons, const std::string& title,
@@ -79,7 +66,7 @@ unsigned messageBox(CWnd* owner, const std::u16string& text, unsigned flags) {
   const GtkButtonsType buttons = message_box_buttons(flags);
   const std::string title = owner ? narrow_lib(owner->getTitle()) : std::string();
   const std::string body = narrow_lib(text);
-  trace_box(body);
+  wizard_event("box=" + body);
   const MessageBoxHook& hook = message_box_hook();
   const int response =
       hook ? hook(type, buttons, title, body) : run_real_box(type, buttons, title, body);

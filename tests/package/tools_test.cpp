@@ -56,7 +56,7 @@ TEST(ToolsTest, BuildListLoadRoundTrip) {
   // The loaded catalogue matches the tree entry by entry, to the byte and the 100 ns.
   auto expectLoadedTree = [](const std::string& package, size_t languages) {
     PackageReader reader;
-    ASSERT_EQ(load_package(reader, widen_lib(package)), "");
+    ASSERT_TRUE(load_package(reader, widen_lib(package)).ok());
     EXPECT_EQ(reader.languages.size(), languages);
     ASSERT_EQ(reader.files.size(), kTree.size());
     const std::string written = read_file(narrow_lib(reader.workingPath));

@@ -304,7 +304,7 @@ TEST_F(StarterTest, StateWritesBackToTheFileTheListCameFrom) {
     EXPECT_EQ(state.writeBase, c.writeBase);
     EXPECT_EQ(narrow_lib(state.proposal),
               c.proposal.empty() ? home(".plom8/Orvo/plom8//tmplts") : c.proposal);
-    EXPECT_EQ(record_template_dir(state, w(c.record)), 0);
+    EXPECT_TRUE(record_template_dir(state, w(c.record)).ok());
     EXPECT_EQ(exists(home(kLocal)) ? read_file(home(kLocal)) : kNone, c.ordinaryAfter);
     EXPECT_EQ(exists(home(kLocalBase)) ? read_file(home(kLocalBase)) : kNone, c.baseAfter);
   }
@@ -316,7 +316,7 @@ TEST_F(StarterTest, StateWritesBackToTheFileTheListCameFrom) {
   ASSERT_EQ(std::remove(home(kLocal).c_str()), 0);
   put(kLocal + "/inside", "x");
   testsupport::Snapshot before = snapshot(m_home);
-  EXPECT_EQ(record_template_dir(state, w("/t/new")), 1);
+  EXPECT_EQ(record_template_dir(state, w("/t/new")).code, 1u);
   EXPECT_EQ(snapshot(m_home), before);
 }
 

@@ -51,7 +51,7 @@ TEST_P(EveryLanguage, EveryPageFitsAndEveryGlyphExists) {
   ASSERT_NE(id, kLangNone);
   set_resource_lang(id);
   buildPackage({{GetParam(), "Demo Templates 3.0", "Demo Vendor", "/docs/d.html"}});
-  testsupport::ScopedEnv slow("TPL_TEST_STATE_DELAY_MS", "150");
+  testsupport::SlowRun slow(150);
   CInstallerDlg& dialog = start(widen_lib(GetParam()));
   check("1-welcome");
   CLICK(dialog.widgets().next);

@@ -65,7 +65,7 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
                 {"en", "Demo Templates", "Demo Vendor", "\\docs\\read me $HOME \"1\".html"}});
   const std::string old = m_root / "old";
   put_file(m_cfg, "ConfigurationTemplatesLocation=" + old + "\n");
-  testsupport::ScopedEnv slow("TPL_TEST_STATE_DELAY_MS", "150");
+  testsupport::SlowRun slow(150);
   CInstallerDlg& dialog = start();
   const auto w = dialog.widgets();
   CLICK(w.next);
@@ -143,7 +143,7 @@ TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
   put_file(m_dest + "/many/file3.txt", "older copy\n");
   testsupport::set_mtime(m_dest + "/many/file3.txt", 1000000000, 0);
   const testsupport::Snapshot before = snapshot(m_dest);
-  testsupport::ScopedEnv slow("TPL_TEST_STATE_DELAY_MS", "40");
+  testsupport::SlowRun slow(40);
   CInstallerDlg& dialog = start();
   toDirectoryPage(m_dest);
   // Closing the window and Cancel answered No, then Escape answered Yes.

@@ -65,7 +65,7 @@ class InstallerE2E(unittest.TestCase):
 
     def env(self, **extra):  # DISPLAY="" runs headless
         return dict(os.environ, HOME=self.home, TMPDIR=self.tmp, LANG="C.UTF-8", LC_ALL="C.UTF-8",
-                    TPL_TRACE="1", PATH=os.path.join(self.root, "bin") + ":" + os.environ["PATH"],
+                    PATH=os.path.join(self.root, "bin") + ":" + os.environ["PATH"],
                     **extra)
 
     def start(self, *args, **extra):
@@ -97,7 +97,7 @@ class InstallerE2E(unittest.TestCase):
         self.package("en:Demo Templates:Demo Vendor:/docs/about it.html", files=40)
         write(os.path.join(self.dest, "mine.txt"), "mine\n")
         self.starter(self.dest)
-        self.start(TPL_TEST_STATE_DELAY_MS="100")
+        self.start(E2E_STATE_DELAY_MS="100")
         self.key("Return")
         self.wait_trace("page=directory")
         self.key("Return")  # the entry presses Next; the starter's directory is proposed
@@ -140,18 +140,18 @@ class InstallerE2E(unittest.TestCase):
         self.assertTrue(os.path.isfile(os.path.join(proposal, "trade/retail/template.xml")))
         self.assertEqual(read(self.cfg), f"ConfigurationTemplatesLocation={proposal}\n")
 
-        # Interrupted: rolled back, exit 1.
+        # Interrupted: rolled back, exit 3.
         other = os.path.join(self.root, "other")
         os.makedirs(other)
         self.starter(other)
         proc = subprocess.Popen([BIN, "usecwd", "-S", "-Len"], cwd=self.kit, text=True,
-                                env=self.env(DISPLAY="", TPL_TEST_STATE_DELAY_MS="100"),
+                                env=self.env(DISPLAY="", E2E_STATE_DELAY_MS="100"),
                                 stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.addCleanup(proc.kill)
         wait_until(lambda: os.listdir(other), "the first installed file")
         proc.send_signal(signal.SIGINT)
         _, err = proc.communicate(timeout=20)
-        self.assertEqual((proc.returncode, err), (1, TEXTS["en"]["IDS_CANCEL_FINISH"] + "\n"))
+        self.assertEqual((proc.returncode, err), (3, TEXTS["en"]["IDS_CANCEL_FINISH"] + "\n"))
         self.assertEqual(os.listdir(other), [])
 
         # No usable target: exit 1, nothing written anywhere.
@@ -163,10 +163,53 @@ class InstallerE2E(unittest.TestCase):
 
         write(os.path.join(self.kit, "plom8.tpk"), b"\xff" * 64)
         r = self.run_headless("-S", "-Lka")
-        self.assertEqual((r.returncode, r.stderr), (1, TEXTS["ka"]["IDS_ERROR_DAMAGEDSOURCE"] + "\n"))
+        self.assertEqual(r.returncode, 1)
+        described, cause = r.stderr.splitlines()  # the box's text, then the path and the reason
+        self.assertEqual(described, TEXTS["ka"]["IDS_ERROR_DAMAGEDSOURCE"])
+        self.assertIn(os.path.join(self.kit, "plom8.tpk"), cause)
         r = self.run_headless("-Len")  # no -S: nothing to show the wizard on
         self.assertEqual(r.returncode, 1)
         self.assertIn("-S", r.stderr)
+        self.assertEqual(os.listdir(self.tmp), [])
+
+    def test_interrupts_and_causes(self):
+        # A signal while the package is unpacked or installed: exit 3, the
+        # target as it was, no working file left.
+        write(os.path.join(self.src, "big.bin"), bytes(96 << 20))
+        self.package("en:Demo:Vendor:/docs/about it.html")
+        target = os.path.join(self.root, "target")
+        write(os.path.join(target, "mine.txt"), "mine\n")
+        self.starter(target)
+        proc = subprocess.Popen([BIN, "usecwd", "-S"], cwd=self.kit, text=True,
+                                env=self.env(DISPLAY="", E2E_STATE_DELAY_MS="100"),
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(proc.kill)
+        wait_until(lambda: os.listdir(self.tmp), "the working file")
+        proc.send_signal(signal.SIGTERM)
+        proc.communicate(timeout=30)
+        self.assertEqual(proc.returncode, 3)
+        self.assertEqual(os.listdir(target), ["mine.txt"])
+        self.assertEqual(os.listdir(self.tmp), [])
+
+        # The wizard ends cleanly on SIGTERM too, before any installation.
+        self.start()
+        self.wait_trace("page=welcome")
+        self.proc.send_signal(signal.SIGTERM)
+        self.assertEqual(self.proc.wait(20), 0)
+        self.assertEqual(os.listdir(self.tmp), [])
+
+        # A file where a folder must go: the described text, then the path and the reason.
+        os.remove(os.path.join(self.src, "big.bin"))
+        self.package("en:Demo:Vendor:/docs/about it.html")
+        write(os.path.join(target, "trade"), "a file\n")
+        r = self.run_headless("-S")
+        self.assertEqual(r.returncode, 1)
+        lines = r.stderr.splitlines()
+        self.assertEqual(lines[0], TEXTS["en"]["IDS_INSTALL_ERROR"])
+        self.assertIn(os.path.join(target, "trade"), lines[1])
+        self.assertIn("Not a directory", lines[1])
+        self.assertEqual(lines[-1], TEXTS["en"]["IDS_ERROR_FINISH"])
+        self.assertEqual(sorted(os.listdir(target)), ["mine.txt", "trade"])
         self.assertEqual(os.listdir(self.tmp), [])
 
 

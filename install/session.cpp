@@ -1,0 +1,134 @@
+#include "install/session.h"
+
+#include "install/installer.h"
+#include "texts/resources.h"
+
+OutcomeKind classify_run(unsigned state, int percent) {
+  if (state == 0 && percent >= 100) return OutcomeKind::kInstalled;
+  if (state == ERROR_CANCELLED) return OutcomeKind::kCancelled;
+  return OutcomeKind::kFailed;
+}
+
+InstallSession::InstallSession(PackageReader& package, StarterState& starter)
+    : m_package(package), m_starter(starter) {
+  m_data.setInstallState(0, LoadResString("IDS_PREPARECOPY"), 0);
+}
+
+InstallSession::~InstallSession() { m_thread.join(); }
+
+void InstallSession::setWakeup(InstallProcessData::Wakeup wakeup, void* context) {
+  m_wakeup = wakeup;
+  m_wakeupContext = context;
+}
+
+bool InstallSession::start(const std::u16string& target) {
+  m_target = target;
+  // Never install relative to the working directory.
+  if (target.empty()) {
+    m_outcome.status = failure(ERROR_PATH_NOT_FOUND, Step::kNone, std::u16string(), 0,
+                               "no target folder");
+    m_outcome.messageKey = "IDS_SETUP_EMPTYTARGET";
+    m_finished = true;
+    return false;
+  }
+  m_data.setWakeup(&InstallSession::onStateChange, this);
+  m_data.init(&m_package, target);
+  m_returned = false;
+  if (int error = m_thread.start(&InstallSession::updateProgress, this)) {
+    m_outcome.status = failure(ERROR_INVALID_PARAMETER, Step::kStartWorker, target, error);
+    m_finished = true;
+    return false;
+  }
+  return true;
+}
+
+bool InstallSession::updateProgress(void* self) {
+  auto* me = static_cast<InstallSession*>(self);
+  {
+    Installer installer;
+    installer.run(&me->m_data);
+    me->m_runFailure = installer.failure();
+    me->m_keptBackupDir = installer.keptBackupDir();
+  }
+  me->m_returned = true;
+  me->changed();
+  return false;  // one run
+}
+
+void InstallSession::onStateChange(void* self) {
+  static_cast<InstallSession*>(self)->changed();
+  after_install_state_published();
+}
+
+void InstallSession::changed() {
+  {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    ++m_changes;
+  }
+  m_changed.notify_all();
+  if (m_wakeup) m_wakeup(m_wakeupContext);
+}
+
+RunProgress InstallSession::progress() {
+  RunProgress p;
+  m_data.getInstallState(p.state, p.message, p.percent);
+  return p;
+}
+
+bool InstallSession::settled() {
+  RunProgress p = progress();
+  return p.state != 0 || p.percent >= 100 || m_returned;
+}
+
+unsigned long InstallSession::waitForChange(unsigned long seen) {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  m_changed.wait(lock, [&] { return m_changes != seen || m_returned; });
+  return m_changes;
+}
+
+void InstallSession::waitSettled() {
+  unsigned long seen = changeCount();
+  while (!settled()) seen = waitForChange(seen);
+}
+
+void InstallSession::waitReturned() {
+  unsigned long seen = changeCount();
+  while (!m_returned) seen = waitForChange(seen);
+}
+
+unsigned long InstallSession::changeCount() {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  return m_changes;
+}
+
+void InstallSession::cancel() { m_data.setCancel(true); }
+
+bool InstallSession::cancelRequested() { return m_data.isCancelled(); }
+
+const InstallOutcome& InstallSession::finish() {
+  if (m_finished) return m_outcome;
+  m_thread.join();
+  m_finished = true;
+  const RunProgress p = progress();
+  m_outcome.kind = classify_run(p.state, p.percent);
+  switch (m_outcome.kind) {
+    case OutcomeKind::kInstalled:
+      m_outcome.messageKey = "IDS_SUCCESS_FINISH";
+      m_outcome.status = record_template_dir(m_starter, m_target);
+      if (!m_outcome.status.ok()) {
+        m_outcome.kind = OutcomeKind::kStarterNotWritten;
+        m_outcome.messageKey = "IDS_INSTALL_ERROR";
+      }
+      break;
+    case OutcomeKind::kCancelled:
+      m_outcome.messageKey = "IDS_CANCEL_FINISH";
+      break;
+    case OutcomeKind::kFailed:
+    case OutcomeKind::kStarterNotWritten:
+      m_outcome.messageKey = "IDS_INSTALL_ERROR";
+      m_outcome.status = m_runFailure.ok() ? failure(p.state, Step::kNone) : m_runFailure;
+      m_outcome.keptBackupDir = m_keptBackupDir;
+      break;
+  }
+  return m_outcome;
+}

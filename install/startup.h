@@ -1,0 +1,31 @@
+// What every start does before its first page (or, without a display,
+// before it installs): undo what interrupted runs left, find and load the
+// package, read the starter configuration.
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include "compat/status.h"
+#include "package/package_loader.h"
+#include "starter/starter_state.h"
+
+struct StartupReport {
+  Status status;                             // ok, or why the start cannot go on
+  std::vector<std::u16string> restored;      // targets of interrupted runs put back
+  std::vector<std::u16string> notRestored;   // backup folders kept: not everything went back
+};
+
+// Undoes interrupted runs of this user (their journals played back, their
+// backup folders and working files removed), then checks that
+// `packagePath` names an existing package, reads the starter state and
+// loads the package into `package`. A raised `stop` ends the load early
+// (code 1223). Nothing of this run is left in the temporary directory
+// after a failure.
+StartupReport prepare_installation(const std::u16string& packagePath, PackageReader& package,
+                                   StarterState& starter,
+                                   const std::atomic<bool>* stop = nullptr);
+
+// The text the user is shown when the start fails.
+const char* startup_failure_key(const Status& status);
