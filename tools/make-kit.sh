@@ -50,9 +50,16 @@ stage=$(mktemp -d "${TMPDIR:-/tmp}/make-kit.XXXXXX")
 trap 'rm -rf "$stage"' EXIT
 cmake --install "$build" --prefix "$stage" --strip >/dev/null
 
-# The package first: when tpk-build refuses, the kit stays as it was.
+# The package first: when tpk-build refuses, the kit stays as it was (the
+# folders made for it are removed again).
+made=()
+dir=$kit
+while [[ ! -e $dir ]]; do made+=("$dir"); dir=$(dirname "$dir"); done
 mkdir -p "$kit"
-"$stage/bin/tpk-build" "$templates" -o "$kit/plom8.tpk" "$@"
+if ! "$stage/bin/tpk-build" "$templates" -o "$kit/plom8.tpk" "$@"; then
+  for dir in "${made[@]}"; do rmdir "$dir"; done
+  exit 1
+fi
 cp "$stage/bin/installer" "$kit/installer.part"
 chmod 755 "$kit/installer.part"
 mv -f "$kit/installer.part" "$kit/installer"
