@@ -104,7 +104,8 @@ bool check_languages(const std::vector<tpk::Language>& languages, std::string& e
   for (const tpk::Language& language : languages) {
     const std::string code = tpk::utf16_to_utf8(language.code);
     if (get_lang_id_by_lang_code(code) == kLangNone) {
-      error = "unknown language code \"" + code + "\" (the installer knows " + language_codes() + ")";
+      error =
+          "unknown language code \"" + code + "\" (the installer knows " + language_codes() + ")";
       return false;
     }
     if (!seen.insert(language.code).second) {
@@ -127,8 +128,8 @@ bool source_date_epoch(bool& set, uint64_t& ticks, std::string& error) {
   // 10^12 seconds (some 31,000 years) is far from the 64-bit tick limit.
   if (!*text || *end || text[0] == '-' || text[0] == '+' || errno != 0 ||
       seconds > 1000000000000ULL || !tpk::filetime_from_unix(int64_t(seconds), 0, ticks)) {
-    error = std::string("SOURCE_DATE_EPOCH must be a number of seconds since 1970, not \"") +
-            text + "\"";
+    error = std::string("SOURCE_DATE_EPOCH must be a number of seconds since 1970, not \"") + text +
+            "\"";
     return false;
   }
   return true;
@@ -178,11 +179,13 @@ std::vector<std::string> package_warnings(const tpk::Header& header,
     if (ref.empty()) continue;
     for (char16_t& c : ref)
       if (c == u'\\') c = u'/';
-    const std::string shown = "description document \"" + tpk::utf16_to_utf8(language.descriptionRef) +
-                              "\" of language \"" + tpk::utf16_to_utf8(language.code) + "\"";
+    const std::string shown = "description document \"" +
+                              tpk::utf16_to_utf8(language.descriptionRef) + "\" of language \"" +
+                              tpk::utf16_to_utf8(language.code) + "\"";
     if (ref[0] != u'/')
-      warnings.push_back(shown + " does not start with \"/\"; the installer appends it to the "
-                                 "template directory as it is");
+      warnings.push_back(shown +
+                         " does not start with \"/\"; the installer appends it to the "
+                         "template directory as it is");
     const size_t start = ref.find_first_not_of(u'/');
     if (start == std::u16string::npos || !names.count(ref.substr(start)))
       warnings.push_back(shown + " is not in the package");
@@ -237,8 +240,8 @@ int main(int argc, char** argv) {
       singleTexts = true;
     } else if (arg == "--level") {
       char* end = nullptr;
-      if (!value(v) || (level = int(std::strtol(v.c_str(), &end, 10)), *end != 0) ||
-          v.empty() || level < 0 || level > 9)
+      if (!value(v) || (level = int(std::strtol(v.c_str(), &end, 10)), *end != 0) || v.empty() ||
+          level < 0 || level > 9)
         return usage_error("--level needs a number from 0 to 9");
     } else if (arg == "-q" || arg == "--quiet") {
       quiet = true;

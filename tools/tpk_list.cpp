@@ -156,10 +156,14 @@ enum class Action { kNew, kReplace, kKeep, kConflict };
 
 const char* action_name(Action action) {
   switch (action) {
-    case Action::kNew: return "new";
-    case Action::kReplace: return "replace";
-    case Action::kKeep: return "keep";
-    case Action::kConflict: return "conflict";
+    case Action::kNew:
+      return "new";
+    case Action::kReplace:
+      return "replace";
+    case Action::kKeep:
+      return "keep";
+    case Action::kConflict:
+      return "conflict";
   }
   return "";
 }
@@ -264,10 +268,11 @@ int print_json(const char* path, uint64_t compressed, uint64_t decoded, bool rea
   for (size_t i = 0; i < files.size(); ++i) {
     const FileEntry& f = files[i];
     const uint64_t ticks = (uint64_t(f.time.dwHighDateTime) << 32) | f.time.dwLowDateTime;
-    std::printf("%s\n    {\"name\": %s, \"size\": %u, \"offset\": %llu, \"time\": \"%s\", "
-                "\"filetime\": %llu",
-                i ? "," : "", json_string(f.name).c_str(), f.size, (unsigned long long)f.offset,
-                tpk::format_filetime(ticks).c_str(), (unsigned long long)ticks);
+    std::printf(
+        "%s\n    {\"name\": %s, \"size\": %u, \"offset\": %llu, \"time\": \"%s\", "
+        "\"filetime\": %llu",
+        i ? "," : "", json_string(f.name).c_str(), f.size, (unsigned long long)f.offset,
+        tpk::format_filetime(ticks).c_str(), (unsigned long long)ticks);
     if (against) std::printf(", \"action\": \"%s\"", action_name(actions[i]));
     std::printf("}");
   }

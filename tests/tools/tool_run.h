@@ -23,7 +23,8 @@ inline Result run(const std::string& command) {
   Result result{-1, "", ""};
   FILE* pipe = popen(("( " + command + " ) 2>'" + errFile + "'").c_str(), "r");
   char buffer[4096];
-  for (size_t n; pipe && (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) result.out.append(buffer, n);
+  for (size_t n; pipe && (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+    result.out.append(buffer, n);
   const int status = pipe ? pclose(pipe) : -1;
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   if (testsupport::exists(errFile)) result.err = testsupport::read_file(errFile);

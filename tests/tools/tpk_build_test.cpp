@@ -31,7 +31,8 @@ std::set<std::string> listed_names(const std::string& package) {
   EXPECT_EQ(r.status, 0) << r.err;
   std::set<std::string> names;
   size_t files = r.out.find("\nfiles: ");
-  for (size_t start = r.out.find('\n', files + 1) + 1; files != std::string::npos && start < r.out.size();) {
+  for (size_t start = r.out.find('\n', files + 1) + 1;
+       files != std::string::npos && start < r.out.size();) {
     size_t end = r.out.find('\n', start);
     // "  TIME SIZE OFFSET NAME": the name follows the third field.
     std::string line = r.out.substr(start, end - start);
@@ -66,7 +67,8 @@ TEST(TpkBuildTest, SourceDateEpochMakesCheckoutsIdentical) {
   const std::string listing = run(kList + " " + q(out / "a.tpk")).out;
   EXPECT_TRUE(contains(listing, "2017-07-14T02:40:00.1234567Z            3"));  // old.txt as it was
   EXPECT_TRUE(contains(listing, "2023-11-14T22:13:20.0000000Z            4"));  // edge.txt clamped
-  EXPECT_TRUE(contains(listing, "2023-11-14T22:13:20.0000000Z            3"));  // sub/new.txt clamped
+  EXPECT_TRUE(
+      contains(listing, "2023-11-14T22:13:20.0000000Z            3"));  // sub/new.txt clamped
 
   // Without it the two checkouts differ; a value that is not whole seconds is refused.
   ASSERT_EQ(build(first, "c.tpk", "env -u SOURCE_DATE_EPOCH").status, 0);
@@ -136,7 +138,8 @@ TEST(TpkBuildTest, LanguagesWarningsAndSummary) {
     const char* message;
   } languages[] = {
       {"--lang en:P:V:/docs/readme.html --lang de:P:V:/docs/readme.html", 0, ""},
-      {"--lang xx:P:V:/d", 2, "unknown language code \"xx\" (the installer knows ru uk en lv lt bg de ro ka kk vi tr)"},
+      {"--lang xx:P:V:/d", 2,
+       "unknown language code \"xx\" (the installer knows ru uk en lv lt bg de ro ka kk vi tr)"},
       {"--lang english:P:V:/d", 2, "unknown language code \"english\""},
       {"--lang EN:P:V:/d", 2, "unknown language code \"EN\""},
       {"--lang de:P:V:/d --lang ru:P:V:/d --lang de:Q:W:/e", 2, "language \"de\" given twice"},
@@ -161,22 +164,30 @@ TEST(TpkBuildTest, LanguagesWarningsAndSummary) {
     std::vector<std::string> warnings;
   } warned[] = {
       {"--lang en:P:V:/docs/readme.html --lang 'ru:P:V:\\docs\\readme.html'", "plom8.tpk", {}},
-      {"--lang en:P:V:/docs/missing.html", "plom8.tpk",
+      {"--lang en:P:V:/docs/missing.html",
+       "plom8.tpk",
        {"description document \"/docs/missing.html\" of language \"en\" is not in the package"}},
-      {"--lang en:P:V:docs/readme.html", "plom8.tpk",
+      {"--lang en:P:V:docs/readme.html",
+       "plom8.tpk",
        {"description document \"docs/readme.html\" of language \"en\" does not start with \"/\""}},
-      {"--docref /nothing.pdf", "plom8.tpk",
+      {"--docref /nothing.pdf",
+       "plom8.tpk",
        {"description document \"/nothing.pdf\" of language \"en\" is not in the package"}},
-      {"--lang en:P:V:", "kit.tpk", {"the package is named kit.tpk; the installer looks for plom8.tpk"}},
+      {"--lang en:P:V:",
+       "kit.tpk",
+       {"the package is named kit.tpk; the installer looks for plom8.tpk"}},
   };
   for (const auto& c : warned) {
     Result r = build("-q " + c.args, c.to);
     EXPECT_EQ(r.status, 0) << c.args << r.err;
     EXPECT_TRUE(exists(out / c.to));
     size_t count = 0;
-    for (size_t p = r.err.find("warning:"); p != std::string::npos; p = r.err.find("warning:", p + 1)) ++count;
+    for (size_t p = r.err.find("warning:"); p != std::string::npos;
+         p = r.err.find("warning:", p + 1))
+      ++count;
     EXPECT_EQ(count, c.warnings.size()) << c.args << "\n" << r.err;
-    for (const std::string& w : c.warnings) EXPECT_TRUE(contains(r.err, "tpk-build: warning: " + w)) << r.err;
+    for (const std::string& w : c.warnings)
+      EXPECT_TRUE(contains(r.err, "tpk-build: warning: " + w)) << r.err;
   }
 
   // The summary line on standard output, with the real compressed size; -q silences it.
