@@ -1,4 +1,5 @@
-// The installer's command line: [usecwd] followed by options -S and -L<code>.
+// The installer's command line: [usecwd] followed by options -S and -L<code>,
+// or a request for the usage text or the version.
 #pragma once
 
 #include <string>
@@ -21,3 +22,13 @@ struct LaunchOptions {
 // locale) through the first two characters of the locale name; English when
 // that fails. Does not select the resource language.
 LaunchOptions parse_command_line(int argc, char** argv);
+
+// What a start is asked for before any installation option counts.
+enum class LaunchRequest { kRun, kHelp, kVersion };
+
+// Looks at every argument (usecwd and anything after -L included) for one
+// that is exactly "--help", "-h" or "/?" (the usage) or "--version"; the
+// first such argument decides, kRun when there is none. The option scan of
+// parse_command_line ignores all four words, so this first step changes
+// nothing in it.
+LaunchRequest launch_request(int argc, char** argv);

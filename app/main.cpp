@@ -2,6 +2,7 @@
 #include <gtk/gtk.h>
 
 #include "app/installer_app.h"
+#include "app/usage.h"
 #include "install/interrupts.h"
 
 int main(int argc, char** argv) {
@@ -9,6 +10,10 @@ int main(int argc, char** argv) {
   // through a change: SIGINT, SIGTERM and SIGHUP become requests that each
   // phase answers.
   watch_interrupts();
+  // --help and --version are answered before anything else, display or not.
+  const LaunchRequest request = launch_request(argc, argv);
+  if (request != LaunchRequest::kRun) return answer_launch_request(request);
+
   // The installation runs on a worker thread beside the GUI thread.
   G_GNUC_BEGIN_IGNORE_DEPRECATIONS
   g_thread_init(nullptr);

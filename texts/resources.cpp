@@ -503,6 +503,12 @@ LangIdType get_lang_id_by_lang_code(const std::string& code) {
   return kLangNone;
 }
 
+std::vector<std::string> get_lang_codes() {
+  std::vector<std::string> codes;
+  for (const auto& [id, record] : registry()) codes.push_back(record.code);
+  return codes;
+}
+
 void set_resource_lang(LangIdType id) { g_currentLang.store(id, std::memory_order_relaxed); }
 
 std::u16string LoadResString(const std::string& key) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 // 0: no language; 1..12 the languages (3 is English, "en").
 enum LangIdType : int {
@@ -22,6 +23,8 @@ enum LangIdType : int {
 
 // Id of the language whose code equals `code` exactly ("de" -> 7), else 0.
 LangIdType get_lang_id_by_lang_code(const std::string& code);
+// The codes of every language, in id order ("ru", "uk", "en", ...).
+std::vector<std::string> get_lang_codes();
 // Makes `id` the current language, unchecked (an unknown id gives empty texts).
 void set_resource_lang(LangIdType id);
 // Text of `key` in the current language, or empty when there is none.

@@ -14,18 +14,30 @@
 
 #include "package/catalogue.h"
 #include "package/inflate_decoder.h"
+#include "project_version.h"
 #include "tools/monotonic_clock.h"
 #include "tools/tpk_writer.h"
 
 namespace {
 
 const char kUsage[] =
-    "Usage: tpk-list PACKAGE\n"
+    "Usage: tpk-list [--json] [--against DIR] PACKAGE\n"
     "\n"
     "Prints the header kind, the languages and the catalogue of PACKAGE (name,\n"
     "size, last-write time in UTC to 100 ns) and checks that the package decodes\n"
     "and that every entry is acceptable and lies inside the data area.\n"
     "Each file line: last-write time, size, offset in the data area, name.\n"
+    "\n"
+    "  --against DIR  instead, what installing into DIR would do with each entry:\n"
+    "                 new (nothing there), replace (the installed file is older,\n"
+    "                 to 100 ns), keep (it is as new or newer) or conflict (a\n"
+    "                 directory or an unreadable place is in the way: the\n"
+    "                 installation would fail), then the name; a summary line\n"
+    "                 last. DIR is only looked at, never changed.\n"
+    "  --json         the listing (and the plan) as one JSON object\n"
+    "  -h, --help     this text\n"
+    "  --version      the version\n"
+    "\n"
     "Exit status: 0 for a sound package, 1 for a damaged one, 2 when the\n"
     "package cannot be read or the command line is wrong.\n";
 
@@ -99,18 +111,182 @@ class InflatingSource : public ByteSource {
 
 std::string quoted(const std::u16string& text) { return "\"" + tpk::utf16_to_utf8(text) + "\""; }
 
+// What the command line asks for.
+struct ListOptions {
+  const char* package = nullptr;
+  const char* against = nullptr;  // plan against this template directory
+  bool json = false;
+};
+
+// False with the exit status in `status` when the program ends here
+// (--help, --version, a wrong command line).
+bool parse_arguments(int argc, char** argv, ListOptions& options, int& status) {
+  for (int i = 1; i < argc; ++i) {
+    const char* arg = argv[i];
+    if (std::strcmp(arg, "-h") == 0 || std::strcmp(arg, "--help") == 0) {
+      std::fputs(kUsage, stdout);
+      status = 0;
+      return false;
+    }
+    if (std::strcmp(arg, "--version") == 0) {
+      std::printf("tpk-list %s\n", TPL_PROJECT_VERSION);
+      status = 0;
+      return false;
+    }
+    if (std::strcmp(arg, "--json") == 0) {
+      options.json = true;
+    } else if (std::strcmp(arg, "--against") == 0 && i + 1 < argc && !options.against) {
+      options.against = argv[++i];
+    } else if (arg[0] != '-' && !options.package) {
+      options.package = arg;
+    } else {
+      std::fputs(kUsage, stderr);
+      status = 2;
+      return false;
+    }
+  }
+  if (options.package) return true;
+  std::fputs(kUsage, stderr);
+  status = 2;
+  return false;
+}
+
+// What an installation into a template directory would do with one entry.
+enum class Action { kNew, kReplace, kKeep, kConflict };
+
+const char* action_name(Action action) {
+  switch (action) {
+    case Action::kNew:
+      return "new";
+    case Action::kReplace:
+      return "replace";
+    case Action::kKeep:
+      return "keep";
+    case Action::kConflict:
+      return "conflict";
+  }
+  return "";
+}
+
+// Where the installer puts `name` below `dir`: "\" read as "/".
+std::string target_path(const std::string& dir, const std::u16string& name) {
+  std::string path = dir;
+  if (!path.empty() && path.back() != '/' && path.back() != '\\') path += '/';
+  std::string relative = tpk::utf16_to_utf8(name);
+  for (char& c : relative)
+    if (c == '\\') c = '/';
+  return path + relative;
+}
+
+// The installer's rule, through the file's status alone: a regular file is
+// replaced only when its last-write time, to 100 ns, is older than the
+// package's; a directory in the way fails the installation; anything else
+// that stands there is moved aside and replaced.
+Action plan_entry(const std::string& dir, const FileEntry& entry) {
+  const std::string path = target_path(dir, entry.name);
+  struct stat st;
+  if (stat(path.c_str(), &st) != 0) {
+    if (errno == ENOENT) return lstat(path.c_str(), &st) == 0 ? Action::kReplace : Action::kNew;
+    return Action::kConflict;  // a file where a folder is needed, or no access
+  }
+  if (S_ISDIR(st.st_mode)) return Action::kConflict;
+  if (!S_ISREG(st.st_mode)) return Action::kReplace;
+  uint64_t installed = 0;
+  if (!tpk::filetime_from_unix(st.st_mtim.tv_sec, st.st_mtim.tv_nsec, installed)) installed = 0;
+  const uint64_t packaged = (uint64_t(entry.time.dwHighDateTime) << 32) | entry.time.dwLowDateTime;
+  return installed < packaged ? Action::kReplace : Action::kKeep;
+}
+
+std::vector<Action> plan(const std::string& dir, const std::vector<FileEntry>& files) {
+  std::vector<Action> actions;
+  for (const FileEntry& f : files) actions.push_back(plan_entry(dir, f));
+  return actions;
+}
+
+std::string plan_summary(const std::vector<Action>& actions) {
+  unsigned counts[4] = {};
+  for (Action a : actions) ++counts[static_cast<int>(a)];
+  char text[160];
+  std::snprintf(text, sizeof text, "%zu entries: %u new, %u replace, %u keep, %u conflict",
+                actions.size(), counts[0], counts[1], counts[2], counts[3]);
+  return text;
+}
+
+int print_plan(const char* dir, const std::vector<FileEntry>& files) {
+  const std::vector<Action> actions = plan(dir, files);
+  for (size_t i = 0; i < files.size(); ++i)
+    std::printf("%-8s %s\n", action_name(actions[i]), tpk::utf16_to_utf8(files[i].name).c_str());
+  std::printf("%s\n", plan_summary(actions).c_str());
+  return 0;
+}
+
+// A JSON string of UTF-16 text: pairs as UTF-8, a unit without its partner
+// (a byte that was not valid UTF-8, for instance) as a \u escape.
+std::string json_string(const std::u16string& text) {
+  std::string out = "\"";
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char16_t c = text[i];
+    const bool high = c >= 0xD800 && c <= 0xDBFF;
+    if (high && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
+      out += tpk::utf16_to_utf8(text.substr(i, 2));  // a whole pair: its character
+      ++i;
+    } else if (c == u'"' || c == u'\\') {
+      out += '\\';
+      out += char(c);
+    } else if (c < 0x20 || (c >= 0xD800 && c <= 0xDFFF) || c == 0x7F) {
+      char escape[8];
+      std::snprintf(escape, sizeof escape, "\\u%04x", unsigned(c));
+      out += escape;
+    } else {
+      out += tpk::utf16_to_utf8(std::u16string(1, c));
+    }
+  }
+  return out + "\"";
+}
+
+int print_json(const char* path, uint64_t compressed, uint64_t decoded, bool reachedEnd,
+               const CatalogueInfo& info, const std::vector<LanguageEntry>& languages,
+               const std::vector<FileEntry>& files, const char* against) {
+  std::vector<Action> actions;
+  if (against) actions = plan(against, files);
+  std::printf("{\n  \"package\": %s,\n", json_string(tpk::utf8_to_utf16(path)).c_str());
+  std::printf("  \"compressed_bytes\": %llu,\n  \"decoded_bytes\": %llu,\n",
+              (unsigned long long)compressed, (unsigned long long)decoded);
+  std::printf("  \"end_marker\": %s,\n  \"header_kind\": %u,\n  \"data_start\": %llu,\n",
+              reachedEnd ? "true" : "false", info.kind, (unsigned long long)info.dataStart);
+  std::printf("  \"languages\": [");
+  for (size_t i = 0; i < languages.size(); ++i) {
+    const LanguageEntry& l = languages[i];
+    std::printf("%s\n    {\"code\": %s, \"title1\": %s, \"title2\": %s, \"description\": %s}",
+                i ? "," : "", json_string(l.language).c_str(), json_string(l.title1).c_str(),
+                json_string(l.title2).c_str(), json_string(l.descriptionRef).c_str());
+  }
+  std::printf("%s],\n", languages.empty() ? "" : "\n  ");
+  if (against)
+    std::printf("  \"against\": %s,\n", json_string(tpk::utf8_to_utf16(against)).c_str());
+  std::printf("  \"files\": [");
+  for (size_t i = 0; i < files.size(); ++i) {
+    const FileEntry& f = files[i];
+    const uint64_t ticks = (uint64_t(f.time.dwHighDateTime) << 32) | f.time.dwLowDateTime;
+    std::printf(
+        "%s\n    {\"name\": %s, \"size\": %u, \"offset\": %llu, \"time\": \"%s\", "
+        "\"filetime\": %llu",
+        i ? "," : "", json_string(f.name).c_str(), f.size, (unsigned long long)f.offset,
+        tpk::format_filetime(ticks).c_str(), (unsigned long long)ticks);
+    if (against) std::printf(", \"action\": \"%s\"", action_name(actions[i]));
+    std::printf("}");
+  }
+  std::printf("%s]\n}\n", files.empty() ? "" : "\n  ");
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0)) {
-    std::fputs(kUsage, stdout);
-    return 0;
-  }
-  if (argc != 2 || argv[1][0] == '-') {
-    std::fputs(kUsage, stderr);
-    return 2;
-  }
-  const char* path = argv[1];
+  ListOptions options;
+  int status = 0;
+  if (!parse_arguments(argc, argv, options, status)) return status;
+  const char* path = options.package;
   int fd = open(path, O_RDONLY | O_CLOEXEC);
   struct stat st;
   if (fd < 0 || fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
@@ -148,6 +324,11 @@ int main(int argc, char** argv) {
                  info.fault.empty() ? "unreadable catalogue" : info.fault.c_str());
     return 1;
   }
+
+  if (options.json)
+    return print_json(path, size, counter.total(), outcome.reachedEnd, info, languages, files,
+                      options.against);
+  if (options.against) return print_plan(options.against, files);
 
   uint64_t contents = 0;
   for (const FileEntry& f : files) contents += f.size;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "app/usage.h"
 #include "support/test_support.h"
 
 using testsupport::ScopedEnv;
@@ -111,6 +112,82 @@ TEST_F(CommandLineTest, LanguageFromTheLocale) {
     EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), entry.processLocaleAfter)
         << entry.locale << " " << describe(entry.c.args);
   }
+}
+
+}  // namespace
+
+namespace {
+
+LaunchRequest request(std::vector<std::string> args) {
+  args.insert(args.begin(), "installer");
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  return launch_request(static_cast<int>(args.size()), argv.data());
+}
+
+TEST_F(CommandLineTest, HelpAndVersionAreSeenBeforeTheOptionScan) {
+  ScopedEnv lcAll("LC_ALL", "C");
+  const struct {
+    std::vector<std::string> args;
+    LaunchRequest request;
+  } cases[] = {
+      {{}, LaunchRequest::kRun},
+      {{"-S", "-Lde"}, LaunchRequest::kRun},
+      {{"--help"}, LaunchRequest::kHelp},
+      {{"-h"}, LaunchRequest::kHelp},
+      {{"/?"}, LaunchRequest::kHelp},
+      {{"--version"}, LaunchRequest::kVersion},
+      // Anywhere on the line, also after usecwd or past the first -L; the first decides.
+      {{"usecwd", "-S", "--help"}, LaunchRequest::kHelp},
+      {{"-Lde", "-h"}, LaunchRequest::kHelp},
+      {{"--version", "--help"}, LaunchRequest::kVersion},
+      // Only the exact words.
+      {{"-H"}, LaunchRequest::kRun},
+      {{"-help"}, LaunchRequest::kRun},
+      {{"--helpme"}, LaunchRequest::kRun},
+      {{"/h"}, LaunchRequest::kRun},
+      {{"-V"}, LaunchRequest::kRun},
+      {{"-version"}, LaunchRequest::kRun},
+  };
+  for (const auto& c : cases) EXPECT_EQ(request(c.args), c.request) << describe(c.args);
+
+  // The option scan reads the same words as before: ignored, and -S after -L still unseen.
+  for (const Case& c : std::vector<Case>{
+           {{"--help", "-S"}, true, false, kLangEn, u"en"},
+           {{"-h", "/?", "--version"}, false, false, kLangEn, u"en"},
+           {{"usecwd", "-h", "-Lde", "-S"}, false, true, kLangDe, u"de"},
+       })
+    expect_case(c);
+}
+
+std::vector<std::string> split_lines(const std::string& text) {
+  std::vector<std::string> lines;
+  for (size_t start = 0, end; start < text.size(); start = end + 1) {
+    end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    lines.push_back(text.substr(start, end - start));
+  }
+  return lines;
+}
+
+TEST(UsageTest, NamesEveryLanguageEveryFileAndEveryExitStatus) {
+  const std::string usage = installer_usage();
+  const std::vector<std::string> codes = get_lang_codes();
+  ASSERT_EQ(codes.size(), 12u);
+  std::string line;
+  for (const std::string& code : codes) {
+    EXPECT_NE(get_lang_id_by_lang_code(code), kLangNone) << code;
+    line += (line.empty() ? "" : " ") + code;
+  }
+  EXPECT_EQ(line, "ru uk en lv lt bg de ro ka kk vi tr");
+  EXPECT_NE(usage.find(line), std::string::npos) << usage;
+  for (const char* part : {"usecwd", "-S", "-L<code>", "--help", "--version", "plom8.tpk",
+                           "~/.Orvo/zelbrun/zelbrun.cfg", "$TMPDIR", "\n    0  installed",
+                           "\n    1  failed", "\n    3  cancelled", "\n    4  failed, and"})
+    EXPECT_NE(usage.find(part), std::string::npos) << part;
+  for (const std::string& l : split_lines(usage)) EXPECT_LE(l.size(), 80u) << l;
+  EXPECT_EQ(installer_version().rfind("installer ", 0), 0u);
 }
 
 }  // namespace

@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# tools/make-kit.sh on a small template tree, with the current build: the kit
+# holds exactly the stripped installer and plom8.tpk, the package lists the
+# tree less what --exclude left out, and bad input changes nothing.
+#   make_kit_test.sh SOURCE_DIR BUILD_DIR
+set -euo pipefail
+source_dir=$1 build=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+make_kit() { BUILD_DIR=$build bash "$source_dir/tools/make-kit.sh" "$@"; }
+
+tree=$work/templates
+mkdir -p "$tree/docs" "$tree/Orders/forms" "$tree/.git"
+echo '<html></html>' >"$tree/docs/readme.html"
+echo 'order' >"$tree/Orders/order.cfg"
+echo 'form' >"$tree/Orders/forms/form.cfg"
+echo 'backup' >"$tree/Orders/order.cfg~"
+echo 'ref: refs/heads/main' >"$tree/.git/HEAD"
+
+make_kit "$tree" "$work/kit" -q --exclude .git --exclude '*~' \
+  --lang 'en:Order templates:Vendor:/docs/readme.html' >"$work/out" 2>&1 ||
+  fail "make-kit.sh: $(cat "$work/out")"
+[[ $(ls -A "$work/kit") == $'installer\nplom8.tpk' ]] || fail "kit holds: $(ls -A "$work/kit")"
+readelf -S "$work/kit/installer" | grep -q '\.symtab' && fail "the kit's installer is not stripped"
+env -u DISPLAY "$work/kit/installer" --version | grep -q '^installer ' || fail "the kit's installer does not run"
+listing=$("$build/tools/tpk-list" "$work/kit/plom8.tpk") || fail "tpk-list refuses the kit's package"
+names=$(sed -n '/^files: /,$p' <<<"$listing" | tail -n +2 | awk '{print $NF}')
+[[ $names == $'Orders/forms/form.cfg\nOrders/order.cfg\ndocs/readme.html' ]] || fail "package holds: $names"
+grep -q '"en" "Order templates" "Vendor" "/docs/readme.html"' <<<"$listing" || fail "languages: $listing"
+
+# Bad input: a refused build, a folder with other files, a kit inside the
+# tree, an -o of its own. Each is refused and changes nothing.
+mkdir "$work/other"
+echo 'notes' >"$work/other/notes.txt"
+# Every file with its size and time, every folder by name (the output file aside).
+state() { (cd "$work" && find . -path ./out -prune -o -type f -printf '%p %s %T@\n' -o -printf '%p\n' | sort); }
+before=$(state)
+for args in "$tree $work/kit --lang xx:P:V:/d" "$tree $work/new/kit --lang de:P:V:/d --lang de:P:V:/d" "$tree $work/other" "$tree $tree/kit" \
+            "$tree $work/kit -o x.tpk" "$work/absent $work/kit"; do
+  # shellcheck disable=SC2086
+  if make_kit $args >"$work/out" 2>&1; then fail "make-kit.sh $args succeeded"; fi
+  [[ -s $work/out ]] || fail "make-kit.sh $args gave no message"
+  [[ $(state) == "$before" ]] || fail "make-kit.sh $args changed files"
+done
+echo "make-kit ok"

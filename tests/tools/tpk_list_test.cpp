@@ -1,0 +1,157 @@
+// tpk-list as an administrator runs it: the plan against an installed folder
+// and the machine-readable listing.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+#include "tool_run.h"
+
+using namespace testsupport;
+using namespace tooltest;
+
+namespace {
+
+const std::string kBuild = q(TPK_BUILD_EXE);
+const std::string kList = q(TPK_LIST_EXE);
+
+void put(const std::string& path, const std::string& contents, int64_t seconds, long nanoseconds) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  write_file(path, contents);
+  set_mtime(path, seconds, nanoseconds);
+}
+
+std::string hex(const std::string& bytes) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string out;
+  for (unsigned char c : bytes) out += {kDigits[c >> 4], kDigits[c & 15]};
+  return out;
+}
+
+}  // namespace
+
+TEST(TpkListTest, PlanAgainstAnInstalledFolderFollowsTheHundredNanosecondRule) {
+  TempDir tree, installed, out;
+  const int64_t kSeconds = 1600000000;
+  const long kNanos = 500;  // the package time: tick ...5 of its second
+  const struct {
+    std::string name;
+    const char* action;
+  } entries[] = {
+      {"new.txt", "new"},
+      {"sub/deep/new2.txt", "new"},
+      {"older.txt", "replace"},        // installed 100 ns earlier
+      {"justolder.txt", "replace"},    // 1 ns earlier: the tick before
+      {"link.txt", "replace"},         // a link to an older file: its target's time counts
+      {"sametick.txt", "keep"},        // 50 ns later: the same tick
+      {"newer.txt", "keep"},           // 100 ns later
+      {"isdir", "conflict"},           // a directory stands there
+      {"file/inner.txt", "conflict"},  // a file stands where a folder is needed
+  };
+  for (const auto& e : entries) put(tree / e.name, "package copy", kSeconds, kNanos);
+  put(installed / "older.txt", "old", kSeconds, kNanos - 100);
+  put(installed / "justolder.txt", "old", kSeconds, kNanos - 1);
+  put(installed / "real.txt", "old", kSeconds - 1, 0);
+  ASSERT_EQ(symlink("real.txt", (installed / "link.txt").c_str()), 0);
+  put(installed / "sametick.txt", "same", kSeconds, kNanos + 50);
+  put(installed / "newer.txt", "newer", kSeconds, kNanos + 100);
+  std::filesystem::create_directories(installed / "isdir/inside");
+  put(installed / "file", "a file", kSeconds, 0);
+
+  const std::string package = out / "plom8.tpk";
+  ASSERT_EQ(run(kBuild + " " + q(tree.path()) + " -o " + q(package) + " -q").status, 0);
+  const Snapshot before = snapshot(installed.path());
+  Result r = run(kList + " --against " + q(installed.path()) + " " + q(package));
+  EXPECT_EQ(r.status, 0) << r.err;
+
+  // The lines in catalogue order (byte order of the names), then the counts.
+  std::vector<std::pair<std::string, std::string>> sorted;
+  for (const auto& e : entries) sorted.push_back({e.name, e.action});
+  std::sort(sorted.begin(), sorted.end());
+  std::string expected;
+  for (const auto& [name, action] : sorted) {
+    std::string word = action;
+    expected += word + std::string(9 - word.size(), ' ') + name + "\n";
+  }
+  expected += "9 entries: 2 new, 3 replace, 2 keep, 2 conflict\n";
+  EXPECT_EQ(r.out, expected);
+  EXPECT_EQ(snapshot(installed.path()), before);
+
+  // A folder that does not exist yet: everything is new, and it is not created.
+  r = run(kList + " --against " + q(installed / "absent") + " " + q(package));
+  EXPECT_EQ(r.status, 0);
+  EXPECT_TRUE(contains(r.out, "9 entries: 9 new, 0 replace, 0 keep, 0 conflict\n")) << r.out;
+  EXPECT_FALSE(exists(installed / "absent"));
+
+  // The same decisions in the JSON listing.
+  r = run(kList + " --json --against " + q(installed.path()) + " " + q(package) + " | " +
+          q(PYTHON_EXE) +
+          " -c 'import json,sys; d=json.load(sys.stdin); "
+          "print(\" \".join(f[\"action\"] for f in d[\"files\"]))'");
+  std::string actions;
+  for (const auto& [name, action] : sorted)
+    actions += (actions.empty() ? "" : " ") + std::string(action);
+  EXPECT_EQ(r.out, actions + "\n") << r.err;
+
+  // Wrong command lines.
+  for (const char* args : {"--against", "--against x", "--json", "--nope x.tpk", "a.tpk b.tpk"})
+    EXPECT_EQ(run(kList + " " + args).status, 2) << args;
+}
+
+TEST(TpkListTest, JsonListingKeepsEveryNameExactly) {
+  TempDir tree, out;
+  // Names a JSON writer must escape, and bytes that are not UTF-8 at all.
+  const std::vector<std::string> names = {
+      "plain.txt",       "quote\"and\\back", "tab\there",
+      "new\nline",       "bad\xFF\xFE.bin",  "\xC3\xBC/\xE5\x90\x8D\xF0\x9F\x98\x80",
+      "ctl\x01\x1F\x7F", "\xED\xA0\x80lone"};
+  for (size_t i = 0; i < names.size(); ++i)
+    put(tree / names[i], std::string(i, 'x'), 1500000000 + int64_t(i), long(i) * 100);
+  std::vector<std::string> sorted = names;
+  std::sort(sorted.begin(), sorted.end());
+
+  const std::string package = out / "plom8.tpk";
+  ASSERT_EQ(run(kBuild + " " + q(tree.path()) + " -o " + q(package) + " -q " + "--lang " +
+                q("ru:Шаблоны \"A\":V\\x\ty:/d"))
+                .status,
+            0);
+  // Valid JSON (python's parser refuses raw control characters), and every
+  // name comes back to its bytes through the surrogate escapes.
+  const std::string script =
+      "import json,sys\n"
+      "d=json.load(sys.stdin)\n"
+      "for f in d['files']: print(f['name'].encode('utf-8','surrogateescape').hex(), f['size'], "
+      "f['filetime'])\n"
+      "for l in d['languages']: print(l['code'], l['title1'].encode().hex(), "
+      "l['title2'].encode().hex(), l['description'])\n"
+      "print(d['header_kind'], d['compressed_bytes'], d['end_marker'], "
+      "d['package'].encode('utf-8','surrogateescape').decode('utf-8','replace'))\n";
+  write_file(out / "check.py", script);
+  Result r =
+      run(kList + " --json " + q(package) + " | " + q(PYTHON_EXE) + " " + q(out / "check.py"));
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::string expected;
+  for (const std::string& name : sorted) {
+    const size_t i = size_t(std::find(names.begin(), names.end(), name) - names.begin());
+    expected += hex(name) + " " + std::to_string(i) + " " +
+                std::to_string((uint64_t(1500000000 + i) + 11644473600ULL) * 10000000ULL + i) +
+                "\n";
+  }
+  expected += "ru " + hex("Шаблоны \"A\"") + " " + hex("V\\x\ty") + " /d\n";
+  expected +=
+      "1 " + std::to_string(std::filesystem::file_size(package)) + " True " + package + "\n";
+  EXPECT_EQ(r.out, expected);
+  EXPECT_EQ(run(kList + " --json " + q(package) + " | " + q(PYTHON_EXE) + " -m json.tool").status,
+            0);
+
+  // A damaged package gives no listing.
+  const std::string whole = read_file(package);
+  write_file(out / "bad.tpk", whole.substr(0, whole.size() / 2));
+  r = run(kList + " --json " + q(out / "bad.tpk"));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "");
+}
