@@ -212,6 +212,22 @@ class InstallerE2E(unittest.TestCase):
         self.assertEqual(sorted(os.listdir(target)), ["mine.txt", "trade"])
         self.assertEqual(os.listdir(self.tmp), [])
 
+        # A disk that fills up while the package is unpacked is told as such.
+        if os.geteuid() != 0 or shutil.which("mount") is None:
+            return
+        write(os.path.join(self.src, "zeros.bin"), bytes(4 << 20))
+        self.package("en:Demo:Vendor:/docs/about it.html")
+        if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m", "tmpfs", self.tmp]).returncode:
+            return
+        self.addCleanup(subprocess.run, ["umount", "-l", self.tmp])
+        r = self.run_headless("-S")
+        self.assertEqual(r.returncode, 1)
+        described, cause = r.stderr.splitlines()
+        self.assertEqual(described, TEXTS["en"]["IDS_ERROR_DAMAGEDSOURCE"])
+        self.assertIn(os.strerror(28), cause)  # ENOSPC
+        self.assertIn(self.tmp, cause)
+        self.assertEqual(os.listdir(self.tmp), [])
+
 
 if __name__ == "__main__":
     unittest.main()
