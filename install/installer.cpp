@@ -21,6 +21,15 @@ namespace {
 constexpr unsigned kShortWriteError = ERROR_CANTWRITE;
 constexpr unsigned kTruncatedSourceError = ERROR_INVALID_DATA;
 
+// How many written bytes are handed to the disk at a time.
+constexpr uint64_t kWritebackChunk = 8u << 20;
+
+// Starts writing a range of the file to the disk, without waiting for it.
+void start_writeback(HANDLE file, uint64_t offset, uint64_t length) {
+  sync_file_range(static_cast<int>(reinterpret_cast<intptr_t>(file)), off64_t(offset),
+                  off64_t(length), SYNC_FILE_RANGE_WRITE);
+}
+
 unsigned percent_of(size_t index, size_t count) {
   return static_cast<unsigned>(uint64_t(index) * 100 / count);
 }
@@ -43,6 +52,7 @@ unsigned seek_to(HANDLE file, uint64_t offset) {
 // only what belongs to the entry is written.
 unsigned copy_contents(PackageReader& reader, uint64_t size, HANDLE target) {
   uint64_t remaining = size;
+  uint64_t written = 0, handedToDisk = 0;
   while (remaining > 0) {
     unsigned got = 0;
     if (unsigned code = FileSystem::ReadFile(reader.handle, reader.buffer.get(), reader.bufferSize,
@@ -55,10 +65,18 @@ unsigned copy_contents(PackageReader& reader, uint64_t size, HANDLE target) {
     } else {
       remaining -= got;
     }
-    unsigned written = 0;
-    FileSystem::WriteFile(target, reader.buffer.get(), got, &written, nullptr);
-    if (written != got) return kShortWriteError;
+    unsigned moved = 0;
+    FileSystem::WriteFile(target, reader.buffer.get(), got, &moved, nullptr);
+    if (moved != got) return kShortWriteError;
+    written += got;
+    // Large files start going to the disk while the copy goes on, so that
+    // the flush at the end of the run finds little left to write.
+    if (written - handedToDisk >= kWritebackChunk) {
+      start_writeback(target, handedToDisk, written - handedToDisk);
+      handedToDisk = written;
+    }
   }
+  if (written > handedToDisk) start_writeback(target, handedToDisk, written - handedToDisk);
   return 0;
 }
 

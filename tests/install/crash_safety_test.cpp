@@ -298,6 +298,75 @@ TEST(CrashSafetyTest, TargetSpellingLengthUnreadableFilesAndFailureCauses) {
   }
 }
 
+// A rollback that cannot put an old file back keeps the backup and names it;
+// the next recovery finishes it once the obstacle is gone.
+TEST(CrashSafetyTest, AKeptBackupIsFinishedByALaterRecovery) {
+  OverOlderCopy s;
+  write_file(s.t + "fresh", "a file where a folder must go: the run fails there");
+  const Snapshot before = without_tmp(full_snapshot(s.box.root()));
+  Installer installer(0);
+  StateLog log;
+  InstallProcessData data;
+  log.attach(data);
+  // When the fourth entry is reached, old/b.txt is in the backup; its folder
+  // is then taken by a file.
+  log.onState = [&](const StateLog::State&) {
+    if (log.states.size() != 4) return;
+    EXPECT_EQ(system(("rm -rf '" + s.t + "old'").c_str()), 0);
+    write_file(s.t + "old", "in the way");
+  };
+  data.init(&s.reader, s.box.targetDir());
+  EXPECT_EQ(installer.run(&data), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(installer.failure().step, Step::kCreateFile);
+  ASSERT_FALSE(installer.keptBackupDir().empty());
+  const std::string kept = narrow_lib(installer.keptBackupDir());
+  EXPECT_EQ(read_file(kept + "old/b.txt"), "before old/b.txt");
+
+  // The obstacle gone (the user put the folder back, without its file).
+  ASSERT_EQ(unlink((s.t + "old").c_str()), 0);
+  ASSERT_EQ(mkdir((s.t + "old").c_str(), 0755), 0);
+  ASSERT_EQ(mkdir((s.t + "old/deep").c_str(), 0755), 0);
+  const std::vector<RecoveredRun> recovered = recover_interrupted_runs();
+  ASSERT_EQ(recovered.size(), 1u);
+  EXPECT_TRUE(recovered[0].complete);
+  EXPECT_EQ(narrow_lib(recovered[0].backupDir), kept);
+  EXPECT_EQ(read_file(s.t + "old/b.txt"), "before old/b.txt");
+  EXPECT_EQ(read_file(s.t + "a.txt"), "before a.txt");
+  EXPECT_FALSE(exists(s.t + "old/deep/c.txt"));  // lost with the folder by the user's hand
+  EXPECT_FALSE(exists(s.t + "fresh/x"));
+  EXPECT_EQ(before.at("target/a.txt"), full_snapshot(s.box.root()).at("target/a.txt"));
+  EXPECT_TRUE(full_snapshot(s.box.tmp()).empty());
+}
+
+// Journal lines keep any path byte for byte; a line cut short is left out.
+TEST(CrashSafetyTest, JournalLinesRoundTrip) {
+  JournalEntry saved;
+  saved.op = JournalOp::kSavedFile;
+  saved.path = w("/t/with\ttab\\back\nslash\tand\n");
+  saved.path += w("\t\n\\\xc3\xa9\n\t\xff");
+  saved.inode = 1234567890123ull;
+  saved.sec[0] = -5;
+  saved.nsec[0] = 999999999;
+  saved.sec[1] = 1700000000;
+  saved.nsec[1] = 1;
+  JournalEntry times = saved;
+  times.op = JournalOp::kTimes;
+  const std::string text = encode_entry(saved) + "garbage line\n" + encode_entry(times) +
+                           encode_entry(saved).substr(0, 20);
+  const std::vector<JournalEntry> read = parse_journal(text);
+  ASSERT_EQ(read.size(), 2u);
+  for (const JournalEntry& e : read) {
+    EXPECT_EQ(e.path, saved.path);
+    EXPECT_EQ(e.inode, saved.inode);
+    EXPECT_EQ(e.sec[0], -5);
+    EXPECT_EQ(e.nsec[0], 999999999);
+    EXPECT_EQ(e.sec[1], 1700000000);
+    EXPECT_EQ(e.nsec[1], 1);
+  }
+  EXPECT_EQ(read[0].op, JournalOp::kSavedFile);
+  EXPECT_EQ(read[1].op, JournalOp::kTimes);
+}
+
 TEST(CrashSafetyTest, ResolvedTargets) {
   TempDir root;
   const std::string r = root.path();
