@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <unordered_set>
 
 #include "compat/text.h"
 #include "install/install_process_data.h"
@@ -182,8 +183,7 @@ unsigned Installer::run(InstallProcessData* data) {
   }
 
   // The installed files reach the disk before their backups are discarded.
-  if (m_lock.fd() >= 0 && syncfs(m_lock.fd()) != 0)
-    return stopOnError(fail(ERROR_CANTWRITE, Step::kFlush, templatesDir, errno), 100);
+  if (unsigned code = flushPlaced()) return stopOnError(code, 100);
   m_rollback.stop();
   m_lock.release();
   data->setInstallState(0, LoadResString("IDS_INSTALL_FINISH"), 100);
@@ -259,6 +259,30 @@ unsigned Installer::placeContents(PackageReader& reader, const FileEntry& entry,
     int error = errno;
     return fail(setLastErrorByErrNo(error), Step::kPlaceFile, target, error);
   }
+  m_placed.push_back(target);
+  return 0;
+}
+
+// Per file rather than one syncfs: the working file usually shares the
+// target's file system, and syncfs would write all of it to the disk too.
+// The writes of each file were started while it was copied.
+unsigned Installer::flushPlaced() {
+  std::unordered_set<std::u16string> dirs;
+  auto flush = [](const std::string& path, int flags) {
+    int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | flags);
+    if (fd < 0) return errno;
+    int error = fdatasync(fd) == 0 ? 0 : errno;
+    close(fd);
+    return error;
+  };
+  for (const std::u16string& file : m_placed) {
+    if (int error = flush(narrow_lib(file), 0))
+      return fail(ERROR_CANTWRITE, Step::kFlush, file, error);
+    dirs.insert(parent_dir(file));
+  }
+  for (const std::u16string& dir : dirs)
+    if (int error = flush(narrow_lib(dir), O_DIRECTORY))
+      return fail(ERROR_CANTWRITE, Step::kFlush, dir, error);
   return 0;
 }
 

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "compat/file_system.h"
 #include "compat/status.h"
@@ -31,7 +32,7 @@ class Installer {
   // The target is resolved first (resolve_target) and locked for the whole
   // run; a target another run holds fails at once (code 32) and nothing is
   // changed. New contents are written under a temporary name beside their
-  // place and renamed into it; the installed files are put on disk before
+  // place and renamed into it; the installed files are flushed to disk before
   // the backups are discarded and success is published.
   unsigned run(InstallProcessData* data);
   // Whether the file at `path` must be written: true when missing, not a
@@ -65,6 +66,8 @@ class Installer {
   // renames it into place.
   unsigned placeContents(PackageReader& reader, const FileEntry& entry,
                          const std::u16string& target);
+  // Puts every file placed in this run on disk, with the folders holding them.
+  unsigned flushPlaced();
   unsigned fail(unsigned code, Step step, const std::u16string& path, int sysError,
                 std::string detail = std::string());
 
@@ -74,4 +77,5 @@ class Installer {
   int m_finishPauseMs;
   Status m_failure;
   unsigned m_tempCount = 0;
+  std::vector<std::u16string> m_placed;  // files renamed into place, in order
 };
