@@ -1,7 +1,11 @@
 #include "install/rollback.h"
 
+#include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -54,6 +58,62 @@ bool entry_exists(const std::u16string& path) {
   return lstat64(narrow_lib(path).c_str(), &st) == 0;
 }
 
+// What the run wrote at `file` goes first; then the old file returns.
+bool restore_file(const std::u16string& saved, const std::u16string& file) {
+  FileSystem::DeleteFile(file);
+  FileSystem::MoveFile(saved, file);
+  return !entry_exists(saved) && entry_exists(file);
+}
+
+// Whether the directory open as `fd` has no entries.
+bool is_empty_directory(int fd) {
+  int copy = dup(fd);
+  if (copy < 0) return false;
+  DIR* dir = fdopendir(copy);
+  if (!dir) {
+    close(copy);
+    return false;
+  }
+  bool empty = true;
+  while (dirent* e = readdir(dir)) {
+    std::string name = e->d_name;
+    if (name != "." && name != "..") empty = false;
+  }
+  closedir(dir);
+  return empty;
+}
+
+// Whether `path` still names the directory open as `fd`.
+bool same_directory(int fd, const std::u16string& path) {
+  struct stat64 open, named;
+  return fstat64(fd, &open) == 0 && lstat64(narrow_lib(path).c_str(), &named) == 0 &&
+         S_ISDIR(named.st_mode) && open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
+// Opens the backup directory candidate just made and takes it for this run:
+// a directory (not a link) of this user, locked by no one else, still under
+// its name, and empty. -1 when it is not this run's to use.
+int take_backup_directory(const std::u16string& dir) {
+  int fd = open(narrow_lib(dir).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return -1;
+  struct stat64 st;
+  bool ours = flock(fd, LOCK_EX | LOCK_NB) == 0 && fstat64(fd, &st) == 0 &&
+              S_ISDIR(st.st_mode) && st.st_uid == geteuid() && same_directory(fd, dir) &&
+              is_empty_directory(fd) && fchmod(fd, 0700) == 0;
+  if (!ours) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+JournalEntry entry_of(JournalOp op, const std::u16string& path) {
+  JournalEntry e;
+  e.op = op;
+  e.path = path;
+  return e;
+}
+
 }  // namespace
 
 PathKind path_kind(const std::u16string& path) {
@@ -71,6 +131,14 @@ PathKind path_kind(const std::u16string& path) {
                                                                       : PathKind::kOther;
 }
 
+Rollback::~Rollback() { closeBackupDirectory(); }
+
+void Rollback::closeBackupDirectory() {
+  m_journal.close();
+  if (m_backupFd >= 0) close(m_backupFd);  // closing drops the lock
+  m_backupFd = -1;
+}
+
 RollbackRecord& Rollback::current() {
   if (m_records.empty()) m_records.emplace_back();
   return m_records.back();
@@ -81,6 +149,11 @@ unsigned Rollback::start(const std::u16string& targetDir) {
   m_knownDirectories.clear();
   m_touchedFiles.clear();
   m_storedFiles.clear();
+  m_entries.clear();
+  m_notedDirectories.clear();
+  m_keptBackupDir.clear();
+  m_journalError = 0;
+  closeBackupDirectory();
   RollbackRecord& record = m_records.back();
   record.targetDir = targetDir;
   if (targetDir.empty()) return 0;
@@ -88,20 +161,82 @@ unsigned Rollback::start(const std::u16string& targetDir) {
   std::u16string tmp;
   if (unsigned code = FileSystem::GetTempPath(tmp)) return code;
   if (unsigned code = makeBackupDirectoryTree(tmp)) return code;
-  std::u16string base = tmp;
-  if (base.empty() || base.back() != u'/') base += u'/';
-  for (unsigned n = 0;; ++n) {
-    record.backupDir = base + kBackupPrefix + string_uito(n, 10);
-    if (!entry_exists(record.backupDir)) break;
+  if (unsigned code = makeBackupDirectory(record)) return code;
+  if (int error = m_journal.create(m_backupFd)) {
+    m_journalError = error;
+    FileSystem::RemoveDirectory(record.backupDir);
+    closeBackupDirectory();
+    record.backupDir.clear();
+    return ERROR_CANTWRITE;
   }
-  record.backupDir += u'/';
-  return makeBackupDirectoryTree(record.backupDir);
+  return journal(entry_of(JournalOp::kTarget, targetDir));
+}
+
+// The first "zqstpN" that did not exist, made with mkdir -p and taken by
+// take_backup_directory. A name that exists, or that another process turns
+// out to own, is passed over without being entered or removed.
+unsigned Rollback::makeBackupDirectory(RollbackRecord& record) {
+  std::u16string base;
+  FileSystem::GetTempPath(base);
+  if (base.empty() || base.back() != u'/') base += u'/';
+  // Names that could not be taken although they looked free; a bound keeps
+  // a temporary directory where nothing can be locked from looping forever.
+  unsigned lost = 0;
+  for (unsigned n = 0; lost < 1000; ++n) {
+    std::u16string candidate = base + kBackupPrefix + string_uito(n, 10);
+    if (entry_exists(candidate)) continue;
+    unsigned code = FileSystem::CreateDirectory(candidate + u'/');
+    if (code != 0) {
+      if (entry_exists(candidate)) continue;  // made by someone else meanwhile
+      return code;
+    }
+    int fd = take_backup_directory(candidate);
+    if (fd < 0) {
+      ++lost;
+      continue;
+    }
+    m_backupFd = fd;
+    m_backupNumber = n;
+    record.backupDir = candidate + u'/';
+    return 0;
+  }
+  return ERROR_CANTWRITE;
+}
+
+unsigned Rollback::journal(const JournalEntry& entry) {
+  if (m_journal.isOpen()) {
+    if (int error = m_journal.append(entry)) {
+      m_journalError = error;
+      return ERROR_CANTWRITE;
+    }
+  }
+  m_entries.push_back(entry);
+  return 0;
+}
+
+unsigned Rollback::noteDirectoryChange(const std::u16string& dir) {
+  std::u16string key = normalise(dir);
+  if (key.empty() || !m_notedDirectories.insert(key).second) return 0;
+  struct stat64 st;
+  if (lstat64(narrow_lib(key).c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return 0;
+  JournalEntry e = entry_of(JournalOp::kTimes, key);
+  e.inode = st.st_ino;
+  e.sec[0] = st.st_atim.tv_sec;
+  e.nsec[0] = st.st_atim.tv_nsec;
+  e.sec[1] = st.st_mtim.tv_sec;
+  e.nsec[1] = st.st_mtim.tv_nsec;
+  return journal(e);
 }
 
 unsigned Rollback::stop() {
-  unsigned code = removeDirectoryTree(current().backupDir);
+  RollbackRecord& record = current();
+  journal(entry_of(JournalOp::kCommitted, std::u16string()));
+  // Only the directory this run made and still holds goes.
+  if (m_backupFd >= 0 && same_directory(m_backupFd, record.backupDir))
+    removeDirectoryTree(record.backupDir);
+  closeBackupDirectory();
   m_knownDirectories.clear();
-  return code;
+  return 0;
 }
 
 bool Rollback::writtenByThisRun(const std::u16string& file) const {
@@ -133,6 +268,14 @@ unsigned Rollback::storeRBFile(const std::u16string& file) {
   size_t slash = destination.rfind(u'/');
   if (slash != std::u16string::npos && makeBackupDirectoryTree(destination.substr(0, slash)) != 0)
     return ERROR_CANTWRITE;
+  struct stat64 st;
+  if (lstat64(narrow_lib(file).c_str(), &st) != 0) return ERROR_CANTWRITE;
+  if (noteDirectoryChange(parent_of(normalise(file)))) return ERROR_CANTWRITE;
+  JournalEntry saved = entry_of(JournalOp::kSavedFile, file);
+  saved.inode = st.st_ino;
+  saved.sec[0] = st.st_ctim.tv_sec;
+  saved.nsec[0] = st.st_ctim.tv_nsec;
+  if (journal(saved)) return ERROR_CANTWRITE;
   unsigned code = FileSystem::MoveFile(file, destination);
   // mv's exit status does not tell every failure apart: check where the file is.
   bool moved = !entry_exists(file) && entry_exists(destination);
@@ -150,9 +293,18 @@ unsigned Rollback::storeRBFile(const std::u16string& file) {
   return 0;
 }
 
-void Rollback::addRBFile(const std::u16string& file) {
+void Rollback::addRBFile(const std::u16string& file) { addNewFile(file); }
+
+unsigned Rollback::addNewFile(const std::u16string& file) {
   current().newFileList.push_back(file);
   m_touchedFiles.insert(normalise(file));
+  if (noteDirectoryChange(parent_of(normalise(file)))) return ERROR_CANTWRITE;
+  return journal(entry_of(JournalOp::kNewFile, file));
+}
+
+unsigned Rollback::addTempFile(const std::u16string& file) {
+  if (noteDirectoryChange(parent_of(normalise(file)))) return ERROR_CANTWRITE;
+  return journal(entry_of(JournalOp::kTempFile, file));
 }
 
 void Rollback::addRBCatalog(const std::u16string& dir) {
@@ -200,9 +352,17 @@ unsigned Rollback::createDirectory(const std::u16string& dir, bool journal) {
     return 0;
   }
   std::vector<std::u16string> missing;  // innermost first
-  for (std::u16string level = key; !level.empty() && level != u"/" && !entry_exists(level);
-       level = parent_of(level))
+  std::u16string level = key;
+  for (; !level.empty() && level != u"/" && !entry_exists(level); level = parent_of(level))
     missing.push_back(level);
+  if (journal) {
+    // The journal holds every level before mkdir -p may make it.
+    if (!missing.empty() && noteDirectoryChange(level)) return ERROR_CANTWRITE;
+    for (auto made = missing.rbegin(); made != missing.rend(); ++made) {
+      m_notedDirectories.insert(*made);
+      if (this->journal(entry_of(JournalOp::kDirectory, *made))) return ERROR_CANTWRITE;
+    }
+  }
 
   unsigned code = FileSystem::CreateDirectory(dir);
   // A failing mkdir -p may still have made the outer levels: journal what it made.
@@ -236,31 +396,60 @@ bool Rollback::rollbackFiles(const std::u16string& target, const std::u16string&
     // Only what this run moved aside goes back; anything else that turned up
     // in the backup directory is not put into the target.
     if (!m_storedFiles.count(normalise(target + name))) continue;
-    if (!restoreFile(backup + name, target + name)) allBack = false;
+    if (!restore_file(backup + name, target + name)) allBack = false;
   } while (finder.next());
   return allBack;
 }
 
-bool Rollback::restoreFile(const std::u16string& saved, const std::u16string& file) {
-  // What the run wrote at this path goes first; then the old file returns.
-  FileSystem::DeleteFile(file);
-  FileSystem::MoveFile(saved, file);
-  return !entry_exists(saved) && entry_exists(file);
-}
-
 unsigned Rollback::rollback(unsigned code) {
   RollbackRecord& record = current();
+  bool allBack = play_back(record.targetDir, record.backupDir, m_entries);
+  // Old files kept by something in the backup that play_back cannot reach
+  // (journaling is off without a target) stay with it too.
+  if (allBack && !record.backupDir.empty() && m_backupFd >= 0 &&
+      same_directory(m_backupFd, record.backupDir))
+    removeDirectoryTree(record.backupDir);
+  else if (!allBack)
+    m_keptBackupDir = record.backupDir;
+  closeBackupDirectory();
+  m_knownDirectories.clear();
+  return code;
+}
 
-  std::vector<std::u16string> stored;
-  for (const std::u16string& file : record.storedFileList) stored.push_back(normalise(file));
+bool play_back(const std::u16string& targetDir, const std::u16string& backupDir,
+               const std::vector<JournalEntry>& entries) {
+  std::vector<std::u16string> stored, newFiles, created;
+  for (const JournalEntry& e : entries) {
+    switch (e.op) {
+      case JournalOp::kCommitted:
+        return true;
+      case JournalOp::kSavedFile:
+        stored.push_back(normalise(e.path));
+        break;
+      case JournalOp::kNewFile:
+        newFiles.push_back(e.path);
+        break;
+      case JournalOp::kDirectory:
+        created.push_back(normalise(e.path));
+        break;
+      case JournalOp::kTempFile: {
+        // A temporary file is this run's own: removed by system call.
+        struct stat64 st;
+        std::string bytes = narrow_lib(e.path);
+        if (lstat64(bytes.c_str(), &st) == 0 && S_ISREG(st.st_mode)) unlink(bytes.c_str());
+        break;
+      }
+      default:
+        break;
+    }
+  }
 
   // Created directories that can go: not one that an old file returns to
   // (old files live in directories that existed before, so this holds unless
   // someone else put a file there during the run), and not one below another
   // directory that goes anyway.
   std::vector<std::u16string> removable;
-  for (const std::u16string& dir : record.newDirectoryList) {
-    std::u16string key = normalise(dir);
+  for (const std::u16string& key : created) {
     bool holdsOldFile = std::any_of(stored.begin(), stored.end(),
                                     [&key](const std::u16string& f) { return is_below(f, key); });
     if (!holdsOldFile) removable.push_back(key);
@@ -274,28 +463,46 @@ unsigned Rollback::rollback(unsigned code) {
   }
 
   // 1. Files created where none existed (those inside a removed directory go with it).
-  for (const std::u16string& file : record.newFileList) {
+  for (const std::u16string& file : newFiles) {
     std::u16string key = normalise(file);
     bool goesWithDir = std::any_of(outermost.begin(), outermost.end(),
                                    [&key](const std::u16string& d) { return is_below(key, d); });
-    if (!goesWithDir) FileSystem::DeleteFile(file);
+    if (!goesWithDir && entry_exists(file)) FileSystem::DeleteFile(file);
   }
   // 2. Directories created by the run, last created first.
-  for (auto dir = outermost.rbegin(); dir != outermost.rend(); ++dir) removeDirectoryTree(*dir);
-  // 3. The old files, back where they were: the backup is walked, then any
-  // file the walk could not reach (a directory that could not be listed) is
-  // put back by name.
+  for (auto dir = outermost.rbegin(); dir != outermost.rend(); ++dir)
+    if (entry_exists(*dir)) FileSystem::RemoveDirectory(*dir);
+  // 3. The old files, back where they were. A file whose inode and status
+  // time are still those journaled never left (a move across file systems
+  // cut short): the copy in the backup goes instead.
   bool allBack = true;
-  if (!record.targetDir.empty() && !record.backupDir.empty()) {
-    rollbackFiles(record.targetDir, record.backupDir);
-    for (const std::u16string& file : record.storedFileList) {
-      std::u16string saved = record.backupDir + file.substr(record.targetDir.size());
-      if (entry_exists(saved) && !restoreFile(saved, file)) allBack = false;
+  for (const JournalEntry& e : entries) {
+    if (e.op != JournalOp::kSavedFile) continue;
+    if (e.path.size() < targetDir.size() || e.path.compare(0, targetDir.size(), targetDir) != 0) {
+      allBack = false;
+      continue;
     }
+    std::u16string saved = backupDir + e.path.substr(targetDir.size());
+    if (backupDir.empty() || !entry_exists(saved)) continue;
+    struct stat64 st;
+    if (lstat64(narrow_lib(e.path).c_str(), &st) == 0 && st.st_ino == e.inode &&
+        st.st_ctim.tv_sec == e.sec[0] && st.st_ctim.tv_nsec == e.nsec[0]) {
+      FileSystem::DeleteFile(saved);
+      continue;
+    }
+    if (!restore_file(saved, e.path)) allBack = false;
   }
-  // 4. The backup, unless it still holds an old file that could not go back.
-  if (allBack) removeDirectoryTree(record.backupDir);
-
-  m_knownDirectories.clear();
-  return code;
+  // 4. The times of the directories that existed before, last of all: every
+  // change inside them is undone by now.
+  for (const JournalEntry& e : entries) {
+    if (e.op != JournalOp::kTimes) continue;
+    // Only to the directory itself, not to whatever took its place.
+    struct stat64 st;
+    if (lstat64(narrow_lib(e.path).c_str(), &st) != 0 || !S_ISDIR(st.st_mode) ||
+        st.st_ino != e.inode)
+      continue;
+    struct timespec times[2] = {{time_t(e.sec[0]), e.nsec[0]}, {time_t(e.sec[1]), e.nsec[1]}};
+    utimensat(AT_FDCWD, narrow_lib(e.path).c_str(), times, AT_SYMLINK_NOFOLLOW);
+  }
+  return allBack;
 }

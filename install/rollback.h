@@ -2,12 +2,17 @@
 // the run created, and the old files it moved aside before overwriting them.
 // A failed or cancelled run plays the journal back, so the target directory
 // ends exactly as it was; a successful run discards the moved-aside copies.
+// Every record is also written to a journal file in the backup directory
+// before the change it describes, so that a run that dies part-way can be
+// undone by a later process (install/recovery.h).
 // Used by the installation worker alone; no lock.
 #pragma once
 
 #include <string>
 #include <unordered_set>
 #include <vector>
+
+#include "install/journal.h"
 
 // What stands at a path. Symbolic links are followed for `kDirectory` and
 // `kFile`; a link whose target is missing counts as `kOther`.
@@ -27,12 +32,21 @@ struct RollbackRecord {
 
 class Rollback {
  public:
+  Rollback() = default;
+  Rollback(const Rollback&) = delete;
+  Rollback& operator=(const Rollback&) = delete;
+  ~Rollback();
+
   // Begins a new record for `targetDir` and creates a fresh backup directory
-  // "zqstpN" (the first free N) in the temporary directory. Journals nothing.
-  // 0, or the code of the failed directory creation. An empty `targetDir`
-  // makes no backup directory.
+  // "zqstpN" in the temporary directory: a name that exists already (a link
+  // included) is passed over untouched; the directory made is checked to be
+  // this user's, not a link, empty, and is locked for the run, then holds the
+  // journal file. Journals no directory. 0, or the code of the failed
+  // directory creation (1013 when the journal cannot be created). An empty
+  // `targetDir` makes no backup directory and no journal file.
   unsigned start(const std::u16string& targetDir);
-  // Commits a successful run: removes the backup directory. Always 0.
+  // Commits a successful run whose files are on disk: marks the journal
+  // committed, then removes the backup directory. Always 0.
   unsigned stop();
   // Moves the file at `file` (inside the target directory) aside into the
   // backup directory, so the path is free for the new file.
@@ -44,6 +58,10 @@ class Rollback {
   unsigned storeRBFile(const std::u16string& file);
   // Journals `file` as created by this run (rollback deletes it).
   void addRBFile(const std::u16string& file);
+  // The same, telling whether the record reached the journal file: 0 or 1013.
+  unsigned addNewFile(const std::u16string& file);
+  // Journals a temporary file about to be created (rollback deletes it): 0 or 1013.
+  unsigned addTempFile(const std::u16string& file);
   // Journals `dir` as created by this run (rollback removes it with its contents).
   void addRBCatalog(const std::u16string& dir);
   // Forgets the first journaled file equal to `file`.
@@ -59,8 +77,10 @@ class Rollback {
   // Undoes the current record and returns `code` unchanged: deletes the files
   // the run created, removes the directories it created (never one that an
   // old file returns to), moves every old file back with its bytes and times,
-  // and removes the backup directory. If an old file cannot be put back, the
-  // backup directory is kept so that nothing is lost.
+  // gives the directories that existed before their times back, and removes
+  // the backup directory. If an old file cannot be put back, the backup
+  // directory (with its journal) is kept so that nothing is lost, and
+  // keptBackupDir() names it.
   unsigned rollback(unsigned code);
   // Moves every file below `backup` that this run moved aside back to the
   // same place below `target` (both end in "/"), replacing what the run wrote
@@ -69,13 +89,25 @@ class Rollback {
 
   // The journal; the last record is the current one.
   const std::vector<RollbackRecord>& records() const { return m_records; }
+  // The backup directory a rollback had to keep; empty when everything went back.
+  const std::u16string& keptBackupDir() const { return m_keptBackupDir; }
+  // The errno of the last journal write that failed (0 when none did).
+  int journalError() const { return m_journalError; }
+  // The number N of the current backup directory "zqstpN".
+  unsigned backupNumber() const { return m_backupNumber; }
 
  private:
   RollbackRecord& current();
   unsigned makeTree(const std::u16string& dir, bool journal);
   unsigned createDirectory(const std::u16string& dir, bool journal);
   bool writtenByThisRun(const std::u16string& file) const;
-  bool restoreFile(const std::u16string& saved, const std::u16string& file);
+  unsigned makeBackupDirectory(RollbackRecord& record);
+  void closeBackupDirectory();
+  // Writes `entry` to the journal file (when there is one) and keeps it.
+  unsigned journal(const JournalEntry& entry);
+  // Journals the times of `dir` before the run first changes its contents,
+  // unless the run created it.
+  unsigned noteDirectoryChange(const std::u16string& dir);
 
   std::vector<RollbackRecord> m_records;
   // Directories known to exist in this run (made or seen), normalised.
@@ -84,4 +116,23 @@ class Rollback {
   std::unordered_set<std::u16string> m_touchedFiles;
   // Normalised paths of the old files moved aside in this run.
   std::unordered_set<std::u16string> m_storedFiles;
+  // The records of the current run, as written to the journal file.
+  std::vector<JournalEntry> m_entries;
+  // Normalised directories whose times are journaled, or that the run made.
+  std::unordered_set<std::u16string> m_notedDirectories;
+  JournalFile m_journal;
+  int m_backupFd = -1;  // the backup directory, locked while the run lasts
+  unsigned m_backupNumber = 0;
+  int m_journalError = 0;
+  std::u16string m_keptBackupDir;
 };
+
+// Undoes what `entries` (a journal, in order) record for the run into
+// `targetDir` whose old files were moved into `backupDir` (both ending in
+// "/"): temporary and new files deleted, created directories removed, old
+// files moved back, earlier directory times restored. Doing it again after
+// it was done, or after it was cut short, changes nothing more. A journal
+// holding kCommitted undoes nothing. False when some old file could not be
+// put back (it stays in the backup).
+bool play_back(const std::u16string& targetDir, const std::u16string& backupDir,
+               const std::vector<JournalEntry>& entries);

@@ -3,11 +3,15 @@
 #include <errno.h>
 
 #include "compat/file_finder.h"
+#include "install/recovery.h"
 #include "package/working_file.h"
 
 StartupReport prepare_installation(const std::u16string& packagePath, PackageReader& package,
                                    StarterState& starter, const std::atomic<bool>* stop) {
   StartupReport report;
+  for (const RecoveredRun& run : recover_interrupted_runs())
+    (run.complete ? report.restored : report.notRestored)
+        .push_back(run.complete ? run.targetDir : run.backupDir);
   remove_orphan_working_files();
 
   FileFinder finder;
