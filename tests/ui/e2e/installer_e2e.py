@@ -191,6 +191,34 @@ class InstallerE2E(unittest.TestCase):
         self.assertEqual(os.listdir(target), ["mine.txt"])
         self.assertEqual(os.listdir(self.tmp), [])
 
+        # Killed outright mid-run: the next start, even one with no package
+        # beside it, puts the target back and says so.
+        os.remove(os.path.join(self.src, "big.bin"))
+        self.package("en:Demo:Vendor:/docs/about it.html", files=30)
+        write(os.path.join(target, "trade/retail/template.xml"), "older\n")
+        os.utime(os.path.join(target, "trade/retail/template.xml"), (1, 1))
+        before = {p: (os.stat(p).st_mtime_ns, open(p, "rb").read())
+                  for p in (os.path.join(target, "mine.txt"),
+                            os.path.join(target, "trade/retail/template.xml"))}
+        proc = subprocess.Popen([BIN, "usecwd", "-S"], cwd=self.kit,
+                                env=self.env(DISPLAY="", E2E_STATE_DELAY_MS="100"),
+                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wait_until(lambda: os.path.exists(os.path.join(target, "trade/retail/forms")), "a new folder")
+        proc.kill()
+        proc.wait(10)
+        os.rename(os.path.join(self.kit, "plom8.tpk"), os.path.join(self.root, "plom8.tpk"))
+        r = self.run_headless("-S")
+        self.assertEqual(r.returncode, 1)
+        self.assertIn("restored " + target, r.stderr)
+        self.assertIn(TEXTS["en"]["IDS_ERROR_NOSOURCE"], r.stderr)
+        self.assertEqual(sorted(os.listdir(target)), ["mine.txt", "trade"])
+        self.assertEqual(os.listdir(os.path.join(target, "trade/retail")), ["template.xml"])
+        for p, (mtime, data) in before.items():
+            self.assertEqual((os.stat(p).st_mtime_ns, open(p, "rb").read()), (mtime, data))
+        self.assertEqual(os.listdir(self.tmp), [])
+        os.rename(os.path.join(self.root, "plom8.tpk"), os.path.join(self.kit, "plom8.tpk"))
+        shutil.rmtree(os.path.join(target, "trade"))
+
         # The wizard ends cleanly on SIGTERM too, before any installation.
         self.start()
         self.wait_trace("page=welcome")
@@ -199,8 +227,6 @@ class InstallerE2E(unittest.TestCase):
         self.assertEqual(os.listdir(self.tmp), [])
 
         # A file where a folder must go: the described text, then the path and the reason.
-        os.remove(os.path.join(self.src, "big.bin"))
-        self.package("en:Demo:Vendor:/docs/about it.html")
         write(os.path.join(target, "trade"), "a file\n")
         r = self.run_headless("-S")
         self.assertEqual(r.returncode, 1)
