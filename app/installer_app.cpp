@@ -117,7 +117,7 @@ class HeadlessInstall {
     if (state == 0 && percent >= 100) {
       print_line(stdout, LoadResString("IDS_SUCCESS_FINISH"));
       print_line(stdout, target);
-      if (record_template_dir(m_starter, target) != 0) {
+      if (!record_template_dir(m_starter, target).ok()) {
         // The templates are installed, but the starter does not list them.
         report(LoadResString("IDS_INSTALL_ERROR") + u"\n" +
                (m_starter.writeOrdinary ? get_local_config_file_path()

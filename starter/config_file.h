@@ -1,10 +1,12 @@
 // The in-memory form of one starter configuration file: keys in the order they
 // were created, each with its values in insertion order. Keys and values are
-// matched without regard to ASCII case (compare_nocase); a key keeps the
+// matched without regard to case as compare_nocase sees it; a key keeps the
 // spelling it was created with.
 #pragma once
 
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 class ConfigFile {
@@ -17,8 +19,8 @@ class ConfigFile {
   // The entries in order (a key whose list is empty is kept but writes no line).
   const std::vector<Entry>& entries() const { return m_entries; }
 
-  // The value list of the first entry whose key matches, or null. The pointer
-  // is valid until the next change.
+  // The value list of the entry whose key matches, or null. The pointer is
+  // valid until the next change.
   const std::vector<std::u16string>* findValues(const std::u16string& key) const;
 
   // Appends `value` to the key (creating the key at the end when new); false,
@@ -33,13 +35,30 @@ class ConfigFile {
   // key's place; an empty list moves the key to the end with no values.
   void setValues(const std::u16string& key, const std::vector<std::u16string>& values);
 
-  // Removes the first value equal to `value` from the first key that holds
-  // one; the key goes with its last value. False when nothing matched.
+  // Removes the first value equal to `value` from the key; the key goes with
+  // its last value. False when nothing matched.
   bool removeValue(const std::u16string& key, const std::u16string& value);
 
  private:
-  // Appends an entry for `key` with no values and returns it.
-  Entry& appendEntry(const std::u16string& key);
+  // Beside the ordered entries, an index from the folded key (nocase_key) to
+  // the entry's position, and per entry the folded values, so that adding a
+  // line costs the same however many lines came before it. Every operation
+  // keeps one entry per key, so a key has at most one position.
+  using FoldedValues = std::unordered_set<std::string>;
+
+  // Position of the key's entry, or -1.
+  long find(const std::u16string& key) const;
+  // Appends an entry for `key` with no values and returns its position.
+  size_t appendEntry(const std::u16string& key, std::vector<std::u16string> values = {});
+  // Removes the entry at `pos` and renumbers the index.
+  void eraseEntry(size_t pos);
+  static FoldedValues fold(const std::vector<std::u16string>& values);
+  // Folding follows the C locale; the index is rebuilt when that changed
+  // since it was built.
+  void checkLocale() const;
 
   std::vector<Entry> m_entries;
+  mutable std::vector<FoldedValues> m_foldedValues;  // parallel to m_entries
+  mutable std::unordered_map<std::string, size_t> m_positions;
+  mutable std::string m_locale;
 };

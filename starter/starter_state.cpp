@@ -1,7 +1,7 @@
 #include "starter/starter_state.h"
 
-#include "compat/file_finder.h"
 #include "compat/shell.h"
+#include "starter/config_file_io.h"
 #include "starter/config_locations.h"
 #include "starter/starter.h"
 
@@ -9,10 +9,8 @@ namespace {
 
 const std::u16string kDefaultTemplatesDirName = u"tmplts";
 
-bool file_exists(const std::u16string& path) {
-  FileFinder finder;
-  return finder.reset(path);
-}
+// Anything but a regular file counts as no starter file at all.
+bool file_exists(const std::u16string& path) { return is_regular_file(path); }
 
 // Removes the first occurrence of `part`, if any.
 void erase_first(std::u16string& text, const std::u16string& part) {
@@ -59,15 +57,21 @@ StarterState read_starter_state() {
   return state;
 }
 
-int record_template_dir(StarterState& state, const std::u16string& targetDir) {
+Status record_template_dir(StarterState& state, const std::u16string& targetDir) {
   std::u16string dir = targetDir;
   if (!dir.empty() && (dir.back() == u'/' || dir.back() == u'\\')) dir.pop_back();
-  state.templateDirs.insert(state.templateDirs.begin(), dir);
-  try {
-    if (state.writeOrdinary) set_tmplts_list(state.templateDirs, false);
-    if (state.writeBase) set_tmplts_list(state.templateDirs, true);
-  } catch (int code) {
-    return code;
+  if (!state.writeOrdinary && !state.writeBase) {
+    state.templateDirs.insert(state.templateDirs.begin(), dir);
+    return Status{};
   }
-  return 0;
+  // Each file is read again just before it is written, so the list written
+  // is the target followed by what that file lists now.
+  for (bool base : {false, true}) {
+    if (!(base ? state.writeBase : state.writeOrdinary)) continue;
+    std::vector<std::u16string> written;
+    Status status = Starter(base).prependTmpltsDir(dir, written);
+    if (!status.ok()) return status;
+    state.templateDirs = written;
+  }
+  return Status{};
 }

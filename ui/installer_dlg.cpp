@@ -454,7 +454,7 @@ void CInstallerDlg::showProgressPage() {
 void CInstallerDlg::recordTemplateDir() {
   // The templates are in place; only the starter's list could not be
   // updated. The box names the file that kept its old contents.
-  if (record_template_dir(m_starter, m_targetDir) != 0) {
+  if (!record_template_dir(m_starter, m_targetDir).ok()) {
     const std::u16string file =
         m_starter.writeOrdinary ? get_local_config_file_path() : get_local_config_file_path_base();
     messageBox(this, LoadResString("IDS_INSTALL_ERROR") + u"\n" + file, kMessageBoxError);

@@ -2,6 +2,7 @@
 // their locations, the template directory list and the start-up state.
 #include "starter/starter.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -118,7 +119,7 @@ TEST_F(StarterTest, LinesSplitIntoKeysAndValuesAndAreWrittenOnePerValue) {
     ConfigFile config;
     read_config_file(w(home("in.cfg")), config);
     EXPECT_EQ(dump(config), c.found) << c.bytes;
-    write_config_file(w(home("out.cfg")), config);
+    EXPECT_TRUE(write_config_file(w(home("out.cfg")), config).ok());
     EXPECT_EQ(read_file(home("out.cfg")), c.written ? c.written : c.bytes) << c.bytes;
   }
 }
@@ -134,7 +135,7 @@ TEST_F(StarterTest, Utf16FilesAreReadAndRewrittenNarrow) {
   read_config_file(w(home("in.cfg")), config);
   EXPECT_EQ(dump(config), "k[first|v|]Путь[/opt/Шаблоны\r|]");
   EXPECT_FALSE(is_ansi_encoded(w(home("in.cfg"))));
-  write_config_file(w(home("in.cfg")), config);
+  EXPECT_TRUE(write_config_file(w(home("in.cfg")), config).ok());
   EXPECT_EQ(read_file(home("in.cfg")), "k=first\nk=v\nПуть=/opt/Шаблоны\r\n");
   EXPECT_TRUE(is_ansi_encoded(w(home("in.cfg"))));
   write_file(home("t.cfg"), "a");
@@ -155,23 +156,24 @@ TEST_F(StarterTest, ReplacingKeepsModeAndLinksAndFailingKeepsTheOldFile) {
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
   struct rlimit limit = {100, saved.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-  for (auto [path, code] : {std::pair<std::string, int>{"missing/zelbrun.cfg", 1},
-                            {"zelbrun.cfg", 1},
-                            {"link.cfg", 2}}) {
+  struct Case {
+    std::string path;
+    unsigned code;
+    int sysError;
+  } cases[] = {{"missing/zelbrun.cfg", 1, ENOENT}, {"zelbrun.cfg", 1, EISDIR}, {"link.cfg", 2, EFBIG}};
+  for (const Case& c : cases) {
     testsupport::Snapshot before = snapshot(home("dir"));
-    int thrown = 0;
-    try {
-      write_config_file(w(home("dir/") + path), config);
-    } catch (int caught) {
-      thrown = caught;
-    }
-    EXPECT_EQ(thrown, code) << path;
-    EXPECT_EQ(snapshot(home("dir")), before) << path;
+    Status status = write_config_file(w(home("dir/") + c.path), config);
+    EXPECT_EQ(status.code, c.code) << c.path;
+    EXPECT_EQ(status.step, Step::kWriteStarter) << c.path;
+    EXPECT_EQ(narrow_lib(status.path), home("dir/") + c.path);
+    EXPECT_EQ(status.sysError, c.sysError) << describe(status);
+    EXPECT_EQ(snapshot(home("dir")), before) << c.path;
   }
   setrlimit(RLIMIT_FSIZE, &saved);
   signal(SIGXFSZ, SIG_DFL);
 
-  write_config_file(w(home("dir/link.cfg")), config);
+  EXPECT_TRUE(write_config_file(w(home("dir/link.cfg")), config).ok());
   struct stat st;
   ASSERT_EQ(lstat(home("dir/link.cfg").c_str(), &st), 0);
   EXPECT_TRUE(S_ISLNK(st.st_mode));
@@ -248,8 +250,10 @@ TEST_F(StarterTest, SettingRewritesOnlyThePerUserFileByteForByte) {
   // New values take the key's place. Later duplicates go, case ignored and an
   // entry without a final separator compared with "\\" appended. The base
   // directory is created on demand.
-  set_tmplts_list({u"/new/Шаблоны", u"/old/Шаблоны", u"/NEW/Шаблоны\\", u"/new/Шаблоны/"}, false);
-  set_tmplts_list({u"/b"}, true);
+  EXPECT_TRUE(
+      set_tmplts_list({u"/new/Шаблоны", u"/old/Шаблоны", u"/NEW/Шаблоны\\", u"/new/Шаблоны/"}, false)
+          .ok());
+  EXPECT_TRUE(set_tmplts_list({u"/b"}, true).ok());
   const std::string oldLine = kKey + "/old/Шаблоны\n";
   std::string expected = before + "\n";
   expected.insert(expected.find(oldLine) + oldLine.size(), kKey + "/new/Шаблоны/\n");
@@ -258,7 +262,7 @@ TEST_F(StarterTest, SettingRewritesOnlyThePerUserFileByteForByte) {
   EXPECT_EQ(read_file(home(kLocalBase)), kKey + "/b\n");
   EXPECT_EQ(snapshot(home(".plom8")), sharedBefore);
   // An empty list drops the key's lines.
-  set_tmplts_list({}, false);
+  EXPECT_TRUE(set_tmplts_list({}, false).ok());
   expected = before + "\n";
   EXPECT_EQ(read_file(home(kLocal)), expected.erase(expected.find(oldLine), oldLine.size()));
 }
@@ -304,7 +308,7 @@ TEST_F(StarterTest, StateWritesBackToTheFileTheListCameFrom) {
     EXPECT_EQ(state.writeBase, c.writeBase);
     EXPECT_EQ(narrow_lib(state.proposal),
               c.proposal.empty() ? home(".plom8/Orvo/plom8//tmplts") : c.proposal);
-    EXPECT_EQ(record_template_dir(state, w(c.record)), 0);
+    EXPECT_TRUE(record_template_dir(state, w(c.record)).ok());
     EXPECT_EQ(exists(home(kLocal)) ? read_file(home(kLocal)) : kNone, c.ordinaryAfter);
     EXPECT_EQ(exists(home(kLocalBase)) ? read_file(home(kLocalBase)) : kNone, c.baseAfter);
   }
@@ -316,7 +320,9 @@ TEST_F(StarterTest, StateWritesBackToTheFileTheListCameFrom) {
   ASSERT_EQ(std::remove(home(kLocal).c_str()), 0);
   put(kLocal + "/inside", "x");
   testsupport::Snapshot before = snapshot(m_home);
-  EXPECT_EQ(record_template_dir(state, w("/t/new")), 1);
+  Status status = record_template_dir(state, w("/t/new"));
+  EXPECT_EQ(status.code, 1u);
+  EXPECT_EQ(status.path, get_local_config_file_path());
   EXPECT_EQ(snapshot(m_home), before);
 }
 
