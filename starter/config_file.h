@@ -41,24 +41,29 @@ class ConfigFile {
 
  private:
   // Beside the ordered entries, an index from the folded key (nocase_key) to
-  // the entry's position, and per entry the folded values, so that adding a
-  // line costs the same however many lines came before it. Every operation
-  // keeps one entry per key, so a key has at most one position.
-  using FoldedValues = std::unordered_set<std::string>;
+  // the entry's position, and one set of the folded values tagged with their
+  // entry's position, so that adding a line costs the same however many
+  // lines came before it. Every operation keeps one entry per key, so a key
+  // has at most one position.
 
   // Position of the key's entry, or -1.
   long find(const std::u16string& key) const;
-  // Appends an entry for `key` with no values and returns its position.
+  // Appends an entry for `key` with `values` and returns its position.
   size_t appendEntry(const std::u16string& key, std::vector<std::u16string> values = {});
   // Removes the entry at `pos` and renumbers the index.
   void eraseEntry(size_t pos);
-  static FoldedValues fold(const std::vector<std::u16string>& values);
+  // The value set's element for a folded value of the entry at `pos`.
+  static std::string valueKey(size_t pos, const std::u16string& value);
+  void indexValues(size_t pos) const;
+  void unindexValues(size_t pos);
+  // Rebuilds both indexes from the entries.
+  void reindex() const;
   // Folding follows the C locale; the index is rebuilt when that changed
   // since it was built.
   void checkLocale() const;
 
   std::vector<Entry> m_entries;
-  mutable std::vector<FoldedValues> m_foldedValues;  // parallel to m_entries
   mutable std::unordered_map<std::string, size_t> m_positions;
+  mutable std::unordered_set<std::string> m_values;
   mutable std::string m_locale;
 };

@@ -25,8 +25,6 @@ void read_config_file(const std::u16string& path, ConfigFile& config);
 // file), 2 when writing or replacing it failed.
 Status write_config_file(const std::u16string& path, const ConfigFile& config);
 
-// Whether `path` names a regular file (following symbolic links).
-bool is_regular_file(const std::u16string& path);
 
 // False when the file is missing (or not a regular file), shorter than two
 // bytes or starts with the UTF-16LE byte-order mark FF FE; true otherwise.

@@ -67,11 +67,6 @@ FILE* open_regular(const std::u16string& path, const char* mode) {
 
 }  // namespace
 
-bool is_regular_file(const std::u16string& path) {
-  struct stat st;
-  return stat(narrow_lib(path).c_str(), &st) == 0 && S_ISREG(st.st_mode);
-}
-
 void add_value_to_config_file(ConfigFile& config, const std::u16string& key,
                               const std::u16string& value, const std::u16string& /*directory*/) {
   config.addValue(key, value);

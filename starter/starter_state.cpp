@@ -1,7 +1,7 @@
 #include "starter/starter_state.h"
 
+#include "compat/file_finder.h"
 #include "compat/shell.h"
-#include "starter/config_file_io.h"
 #include "starter/config_locations.h"
 #include "starter/starter.h"
 
@@ -9,8 +9,13 @@ namespace {
 
 const std::u16string kDefaultTemplatesDirName = u"tmplts";
 
-// Anything but a regular file counts as no starter file at all.
-bool file_exists(const std::u16string& path) { return is_regular_file(path); }
+// Whether there is an entry of any kind at `path`. A starter file that is
+// not a regular file still decides which file is to be written; reading it
+// gives nothing and writing it fails, which the user is told.
+bool file_exists(const std::u16string& path) {
+  FileFinder finder;
+  return finder.reset(path);
+}
 
 // Removes the first occurrence of `part`, if any.
 void erase_first(std::u16string& text, const std::u16string& part) {

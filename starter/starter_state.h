@@ -16,8 +16,8 @@ struct StarterState {
 };
 
 // Reads the template directories from the ordinary per-user starter file
-// when it exists, else from the "base" one (a file that is not a regular
-// file counts as missing). writeOrdinary is set when the
+// when it exists, else from the "base" one. Something other than a regular
+// file in a starter file's place exists, but lists nothing. writeOrdinary is set when the
 // ordinary file exists; writeBase when it does not and the base file gave a
 // non-empty list; with no starter configuration nothing is to be written.
 // The proposal is the first listed directory where a file can be created,

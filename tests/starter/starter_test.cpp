@@ -394,11 +394,12 @@ TEST_F(StarterTest, FilesThatAreNotRegularReadAsMissingAndAreNeverWritten) {
   get_tmplts_list(list, true, false);
   EXPECT_TRUE(list.empty());
 
-  // With the ordinary file not there as a file, the base one is used.
+  // The ordinary file is there, so it is the one to write, but it lists nothing.
   StarterState state = read_starter_state();
-  EXPECT_FALSE(state.writeOrdinary);
-  EXPECT_TRUE(state.writeBase);
-  EXPECT_EQ(state.templateDirs, std::vector<std::u16string>{u"/t/base"});
+  EXPECT_TRUE(state.writeOrdinary);
+  EXPECT_FALSE(state.writeBase);
+  EXPECT_TRUE(state.templateDirs.empty());
+  EXPECT_EQ(record_template_dir(state, w("/t/new")).code, 1u);
 
   ConfigFile config;
   config.addValue(u"k", u"v");
