@@ -15,8 +15,9 @@ bool FileFinder::reset(const std::u16string& pattern) {
     m_directory = m_pattern.substr(0, slash);
     m_mask = m_pattern.substr(slash + 1);
   }
-  // "/name" lists the root directory.
-  m_dir = opendir(m_directory.empty() && slash == 0 ? "/" : m_directory.c_str());
+  // The directory is what stands before the last "/"; for "/name" that is
+  // the empty path, which opendir refuses.
+  m_dir = opendir(m_directory.c_str());
   if (!m_dir) return false;
   return next();
 }
@@ -32,9 +33,7 @@ bool FileFinder::next() {
       if (match != 0) return false;
     }
     m_name = entry->d_name;
-    std::string path = (m_directory.empty() && !m_pattern.empty() && m_pattern[0] == '/')
-                           ? "/" + m_name
-                           : m_directory + "/" + m_name;
+    std::string path = m_directory + "/" + m_name;
     // A dangling link is still listed, as the entry it is.
     return stat(path.c_str(), &m_stat) == 0 || lstat(path.c_str(), &m_stat) == 0;
   }

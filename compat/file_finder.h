@@ -1,7 +1,8 @@
 // Directory enumeration in the FindFirstFile/FindNextFile manner.
 // reset("dir/mask") lists the entries of "dir" whose names match the shell
 // pattern "mask" ("*" also matches "." and ".."); a literal path finds its one
-// entry. attributes() describes the entry found.
+// entry. attributes() describes the entry found. The directory is the text
+// before the last "/", so "/name" (directory "") finds nothing.
 #pragma once
 
 #include <dirent.h>

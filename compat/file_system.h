@@ -90,7 +90,8 @@ class FileSystem {
   static unsigned DeleteFile(const std::u16string& path);
   // $TMPDIR when it names a directory, else /tmp; always ends in "/". Always 0.
   static unsigned GetTempPath(std::u16string& path);
-  // A new, empty, uniquely named file (prefix: at most 5 characters). The
+  // A new, empty, uniquely named file (prefix: at most 5 characters; an
+  // empty prefix gives "file"). The
   // directory is $TMPDIR when usable, else `directory`, else /tmp.
   // 0, or 1013 when the file could not be created. The caller deletes it.
   static unsigned GetTempFileName(const std::u16string& directory, const std::u16string& prefix,

@@ -148,8 +148,9 @@ unsigned FileSystem::GetTempPath(std::u16string& path) {
 
 unsigned FileSystem::GetTempFileName(const std::u16string& directory,
                                      const std::u16string& prefix, std::u16string& name) {
+  // As tempnam: at most five characters of the prefix, "file" for none.
   std::string base = temp_file_directory(narrow_lib(directory)) + "/" +
-                     narrow_lib(prefix.substr(0, 5));
+                     (prefix.empty() ? std::string("file") : narrow_lib(prefix.substr(0, 5)));
   std::string candidate;
   for (int attempt = 0; attempt < 1000; ++attempt) {
     candidate = base + random_suffix();

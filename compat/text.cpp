@@ -5,6 +5,7 @@
 #include <strings.h>
 #include <wchar.h>
 
+#include <cctype>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +16,8 @@ namespace {
 constexpr char16_t kEscapeBase = 0xDC00;  // invalid byte 0xNN <-> unit 0xDCNN
 
 bool is_escape_unit(char16_t u) { return u >= 0xDC80 && u <= 0xDCFF; }
+bool is_high_surrogate(char16_t u) { return u >= 0xD800 && u <= 0xDBFF; }
+bool is_low_surrogate(char16_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
 
 // The byte encoding of the environment's locale, re-checked whenever the
 // locale variables change. UTF-8 (and the plain C locale, whose ASCII is a
@@ -156,39 +159,41 @@ void put_utf8(char32_t cp, std::string& out) {
   }
 }
 
-// Appends the bytes of the first n units of s (stopping at a 0 unit). Escape
-// units give back their byte; a surrogate pair is written as its character;
-// a lone surrogate in the three-byte form; a unit a non-UTF-8 locale cannot
-// represent as '?'.
-void encode(const char16_t* s, size_t n, std::string& out) {
+// Appends the bytes of the first n units of s (stopping at a 0 unit). A high
+// surrogate followed by a low one (DC80..DCFF included) is one character; a
+// unit DC80..DCFF not preceded by a high surrogate gives back the byte it
+// escapes; a lone surrogate is written in the three-byte form; a unit a
+// non-UTF-8 locale cannot represent becomes '?'. When `ends` is given, the
+// end offset of every character written is appended to it.
+void encode(const char16_t* s, size_t n, std::string& out, std::vector<size_t>* ends = nullptr) {
   EnvLocale& loc = env_locale();
   locale_t previous = static_cast<locale_t>(0);
   if (!loc.utf8()) previous = uselocale(loc.handle());
   mbstate_t state{};
   for (size_t i = 0; i < n && s[i] != 0; ++i) {
     char16_t u = s[i];
-    if (is_escape_unit(u)) {
-      out.push_back(static_cast<char>(u & 0xFF));
-      continue;
-    }
     char32_t cp = u;
-    if (u >= 0xD800 && u <= 0xDBFF && i + 1 < n && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF &&
-        !is_escape_unit(s[i + 1])) {
+    if (is_high_surrogate(u) && i + 1 < n && is_low_surrogate(s[i + 1])) {
       cp = 0x10000 + ((char32_t(u) - 0xD800) << 10) + (char32_t(s[i + 1]) - 0xDC00);
       ++i;
+    } else if (is_escape_unit(u)) {
+      out.push_back(static_cast<char>(u & 0xFF));
+      if (ends) ends->push_back(out.size());
+      continue;
     }
     if (loc.utf8()) {
       put_utf8(cp, out);
-      continue;
-    }
-    char buf[MB_LEN_MAX];
-    size_t r = wcrtomb(buf, static_cast<wchar_t>(cp), &state);
-    if (r == static_cast<size_t>(-1)) {
-      out.push_back('?');
-      state = mbstate_t{};
     } else {
-      out.append(buf, r);
+      char buf[MB_LEN_MAX];
+      size_t r = wcrtomb(buf, static_cast<wchar_t>(cp), &state);
+      if (r == static_cast<size_t>(-1)) {
+        out.push_back('?');
+        state = mbstate_t{};
+      } else {
+        out.append(buf, r);
+      }
     }
+    if (ends) ends->push_back(out.size());
   }
   if (!loc.utf8()) uselocale(previous);
 }
@@ -215,11 +220,18 @@ int MultiByteToWideChar(unsigned, unsigned, const char* source, int, char16_t* d
 int WideCharToMultiByte(unsigned, unsigned, const char16_t* source, int, char* destination,
                         int dstCap, const char*, int*) {
   std::string bytes;
-  encode(source, units_before_zero(source), bytes);
+  std::vector<size_t> ends;
+  encode(source, units_before_zero(source), bytes, &ends);
   int count = static_cast<int>(bytes.size());
   if (count != 0 && dstCap > 0) {
+    // As many whole characters as fit; the terminator only if it fits too.
     std::memset(destination, 0, dstCap);
-    std::memcpy(destination, bytes.data(), count < dstCap ? count : dstCap);
+    size_t fit = 0;
+    for (size_t end : ends) {
+      if (end > static_cast<size_t>(dstCap)) break;
+      fit = end;
+    }
+    std::memcpy(destination, bytes.data(), fit);
   }
   return count;
 }
@@ -298,8 +310,12 @@ std::u16string string_ito(int value, int radix) {
 }
 
 int compare_nocase(const std::u16string& a, const std::u16string& b) {
-  // ASCII letters fold, everything else compares byte for byte, whatever the
-  // process locale (a Turkish locale would otherwise not fold 'I' and 'i').
-  static locale_t c_locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
-  return strcasecmp_l(narrow_lib(a).c_str(), narrow_lib(b).c_str(), c_locale);
+  return strcasecmp(narrow_lib(a).c_str(), narrow_lib(b).c_str());
+}
+
+std::string nocase_key(const std::u16string& s) {
+  std::string key = narrow_lib(s);
+  // strcasecmp stops at the first NUL byte; narrow_lib already stopped there.
+  for (char& c : key) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return key;
 }

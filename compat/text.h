@@ -23,19 +23,27 @@ int MultiByteToWideChar(unsigned codePage, unsigned flags, const char* source, i
 
 // Converts the 0-terminated UTF-16 `source` (srcLen only sizes work space) to
 // the locale's encoding. If the result is not empty, the whole destination
-// (dstCap bytes) is cleared first and at most dstCap bytes are written, the
-// terminator only if it fits. Returns the byte count of the whole conversion
-// (terminator not counted). Units 0xDC80..0xDCFF turn back into the single
-// bytes they stand for; a surrogate pair becomes its character; a character
-// that a non-UTF-8 locale cannot represent is written as '?'. Never fails.
+// (dstCap bytes) is cleared first and then filled with as many whole
+// characters as fit in dstCap bytes (a character is never cut; the
+// terminator is there only if it fits). Returns the byte count of the whole
+// conversion (terminator not counted). A high surrogate followed by a low
+// surrogate is one character, whatever the low one's value; a unit
+// 0xDC80..0xDCFF that does not follow a high surrogate turns back into the
+// single byte it stands for; a character that a non-UTF-8 locale cannot
+// represent is written as '?'. Never fails.
 int WideCharToMultiByte(unsigned codePage, unsigned flags, const char16_t* source, int srcLen,
                         char* destination, int dstCap, const char* defaultChar,
                         int* usedDefault);
 
 // Locale bytes -> UTF-16 (stops at an embedded NUL). Never throws on bad bytes.
+// In what it returns, every high surrogate is immediately followed by the low
+// surrogate of its pair, and every unit 0xDC80..0xDCFF that does not follow a
+// high surrogate is an escaped byte.
 std::u16string widen_lib(const std::string& s);
-// UTF-16 -> locale bytes. widen_lib followed by narrow_lib returns the input
-// unchanged, invalid bytes included.
+// UTF-16 -> locale bytes. Because of the rule above, narrow_lib(widen_lib(b))
+// is b for every byte string b without NUL: invalid bytes, characters above
+// U+FFFF and escaped bytes beside them included. (The other way round is not
+// exact: a lone surrogate has no valid byte form.)
 std::string narrow_lib(const std::u16string& s);
 
 // Replaces every non-overlapping occurrence of `from`, left to right, and
@@ -51,5 +59,12 @@ uint32_t string_toul(const std::u16string& s);
 std::u16string string_uito(unsigned value, int radix);
 std::u16string string_ito(int value, int radix);
 
-// strcasecmp of the two strings' locale forms: ASCII letters fold, others not.
+// strcasecmp of the two strings' narrow forms in the current C locale
+// (setlocale): libc folds byte by byte, so in UTF-8 only single-byte letters
+// fold, and under a Turkish locale "I" and "i" differ.
 int compare_nocase(const std::u16string& a, const std::u16string& b);
+
+// A byte string that is equal for two texts exactly when compare_nocase says
+// they are equal (each byte of the narrow form through tolower in the
+// current locale, as strcasecmp folds them). Meant as a hash or map key.
+std::string nocase_key(const std::u16string& s);

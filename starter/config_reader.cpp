@@ -1,4 +1,8 @@
 // Reading starter configuration files.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdio>
 
 #include "compat/text.h"
@@ -42,6 +46,25 @@ void read_narrow(FILE* file, ConfigLineScanner& scanner) {
   scanner.feed(units.data(), units.size());
 }
 
+// Opens the file for reading when it is a regular file; null otherwise. A
+// FIFO or device is never opened; should one be swapped in after the check,
+// the non-blocking open returns at once and the second check refuses it.
+FILE* open_regular(const std::u16string& path, const char* mode) {
+  std::string name = narrow_lib(path);
+  struct stat st;
+  if (stat(name.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return nullptr;
+  int fd = open(name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
+      fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) {
+    close(fd);
+    return nullptr;
+  }
+  FILE* file = fdopen(fd, mode);
+  if (!file) close(fd);
+  return file;
+}
+
 }  // namespace
 
 void add_value_to_config_file(ConfigFile& config, const std::u16string& key,
@@ -50,7 +73,7 @@ void add_value_to_config_file(ConfigFile& config, const std::u16string& key,
 }
 
 void read_config_file(const std::u16string& path, ConfigFile& config) {
-  FILE* file = std::fopen(narrow_lib(path).c_str(), "rb");
+  FILE* file = open_regular(path, "rb");
   if (!file) return;
   size_t slash = path.rfind(u'/');
   ConfigLineScanner scanner(config,
@@ -67,7 +90,7 @@ void read_config_file(const std::u16string& path, ConfigFile& config) {
 }
 
 bool is_ansi_encoded(const std::u16string& path) {
-  FILE* file = std::fopen(narrow_lib(path).c_str(), "r");
+  FILE* file = open_regular(path, "r");
   if (!file) return false;
   unsigned char mark[2];
   bool narrow = std::fread(mark, 2, 1, file) == 1 && !(mark[0] == 0xFF && mark[1] == 0xFE);

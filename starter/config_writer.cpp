@@ -11,14 +11,15 @@
 #include <cstdio>
 #include <random>
 
+#include "compat/status.h"
 #include "compat/text.h"
 #include "starter/config_file.h"
 #include "starter/config_file_io.h"
 
 namespace {
 
-constexpr int kCannotOpen = 1;
-constexpr int kWriteFailed = 2;
+constexpr unsigned kCannotOpen = 1;
+constexpr unsigned kWriteFailed = 2;
 
 // The file that is really replaced: the target of a symbolic link (so the
 // link stays a link), else the path itself.
@@ -41,44 +42,54 @@ std::string random_suffix() {
 // over the target.
 class StagingFile {
  public:
+  StagingFile() = default;
+  ~StagingFile() {
+    if (m_file) std::fclose(m_file);
+    if (!m_path.empty() && !m_committed) unlink(m_path.c_str());
+  }
+
+  StagingFile(const StagingFile&) = delete;
+  StagingFile& operator=(const StagingFile&) = delete;
+
   // Creates the file ("<target>.new-XXXXXX", mode 0666 less the umask, or the
-  // mode of the old file when there is one); throws kCannotOpen on failure.
-  StagingFile(const std::string& target, const struct stat* old) {
+  // mode of the old file when there is one). 0, or the errno of the failure.
+  int create(const std::string& target, const struct stat* old) {
     int fd = -1;
     for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
       m_path = target + ".new-" + random_suffix();
       fd = open(m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
       if (fd < 0 && errno != EEXIST) break;
     }
-    if (fd < 0) throw kCannotOpen;
+    if (fd < 0) {
+      int error = errno;
+      m_path.clear();
+      return error;
+    }
     if (old) (void)fchmod(fd, old->st_mode & 07777);
     m_file = fdopen(fd, "w");
     if (!m_file) {
+      int error = errno;
       close(fd);
-      unlink(m_path.c_str());
-      throw kCannotOpen;
+      return error;
     }
+    return 0;
   }
-
-  ~StagingFile() {
-    if (m_file) std::fclose(m_file);
-    if (!m_committed) unlink(m_path.c_str());
-  }
-
-  StagingFile(const StagingFile&) = delete;
-  StagingFile& operator=(const StagingFile&) = delete;
 
   FILE* stream() const { return m_file; }
 
-  // Flushes the text to disk, closes the file and renames it over `target`;
-  // throws kWriteFailed when any step fails.
-  void commit(const std::string& target) {
-    bool ok = std::fflush(m_file) == 0 && !std::ferror(m_file) && fsync(fileno(m_file)) == 0;
-    ok = std::fclose(m_file) == 0 && ok;
+  // Flushes the text to disk, closes the file and renames it over `target`.
+  // 0, or the errno of the step that failed.
+  int commit(const std::string& target) {
+    int error = 0;
+    if (std::fflush(m_file) != 0 || std::ferror(m_file) || fsync(fileno(m_file)) != 0)
+      error = errno ? errno : EIO;
+    if (std::fclose(m_file) != 0 && error == 0) error = errno;
     m_file = nullptr;
-    if (!ok || rename(m_path.c_str(), target.c_str()) != 0) throw kWriteFailed;
+    if (error == 0 && rename(m_path.c_str(), target.c_str()) != 0) error = errno;
+    if (error != 0) return error;
     m_committed = true;
     sync_directory(target);
+    return 0;
   }
 
  private:
@@ -99,22 +110,32 @@ class StagingFile {
 
 }  // namespace
 
-void write_config_file(const std::u16string& path, const ConfigFile& config) {
+Status write_config_file(const std::u16string& path, const ConfigFile& config) {
   // The new text is narrow whatever the old file was (UTF-16 included).
   std::string target = resolve_target(narrow_lib(path));
   struct stat old;
   bool existed = stat(target.c_str(), &old) == 0;
+  // Only a regular file is replaced: a FIFO, a device or a directory in its
+  // place is left alone (and never opened).
+  if (existed && S_ISDIR(old.st_mode))
+    return failure(kCannotOpen, Step::kWriteStarter, path, EISDIR);
+  if (existed && !S_ISREG(old.st_mode))
+    return failure(kCannotOpen, Step::kWriteStarter, path, 0, "not a regular file");
   // What could not be opened for writing in place is not replaced either.
-  if (existed && (S_ISDIR(old.st_mode) || access(target.c_str(), W_OK) != 0)) throw kCannotOpen;
+  if (existed && access(target.c_str(), W_OK) != 0)
+    return failure(kCannotOpen, Step::kWriteStarter, path, errno);
 
-  StagingFile staging(target, existed ? &old : nullptr);
+  StagingFile staging;
+  if (int error = staging.create(target, existed ? &old : nullptr))
+    return failure(kCannotOpen, Step::kWriteStarter, path, error);
   for (const ConfigFile::Entry& entry : config.entries()) {
     std::string key = narrow_lib(entry.key);
     for (const std::u16string& value : entry.values) {
       if (std::fprintf(staging.stream(), "%s=%s", key.c_str(), narrow_lib(value).c_str()) < 0)
-        throw kWriteFailed;
+        return failure(kWriteFailed, Step::kWriteStarter, path, errno);
       std::fputc('\n', staging.stream());
     }
   }
-  staging.commit(target);
+  if (int error = staging.commit(target)) return failure(kWriteFailed, Step::kWriteStarter, path, error);
+  return Status{};
 }

@@ -1,6 +1,6 @@
 #include "starter/starter.h"
 
-#include <set>
+#include <unordered_set>
 
 #include "compat/file_finder.h"
 #include "compat/file_system.h"
@@ -10,13 +10,15 @@
 
 namespace {
 
-struct LessNocase {
-  bool operator()(const std::u16string& a, const std::u16string& b) const {
-    return compare_nocase(a, b) < 0;
-  }
-};
+// Texts already met, case ignored as compare_nocase ignores it.
+class NocaseSeen {
+ public:
+  // True the first time an equal text is offered.
+  bool first(const std::u16string& text) { return m_keys.insert(nocase_key(text)).second; }
 
-using NocaseSet = std::set<std::u16string, LessNocase>;
+ private:
+  std::unordered_set<std::string> m_keys;
+};
 
 }  // namespace
 
@@ -40,13 +42,13 @@ void Starter::getConfigFilesValues(bool localFirst, const char16_t* key,
   order.push_back(&m_shared);
   if (!stopAfterTwo) order.push_back(localFirst ? &m_third : &m_local);
 
-  NocaseSet taken;
+  NocaseSeen taken;
   const std::u16string keyText(key);
   for (const ConfigFile* config : order) {
     const std::vector<std::u16string>* values = config->findValues(keyText);
     if (!values) continue;
     for (const std::u16string& value : *values)
-      if (taken.insert(value).second) out.push_back(value);
+      if (taken.first(value)) out.push_back(value);
   }
 }
 
@@ -55,15 +57,15 @@ void Starter::replaceWrongSeparators(std::vector<std::u16string>& list) {
 }
 
 void Starter::removePathDuplicates(std::vector<std::u16string>& list) {
-  NocaseSet seen;
-  for (auto it = list.begin(); it != list.end();) {
-    std::u16string normal = *it;
+  NocaseSeen seen;
+  std::vector<std::u16string> kept;
+  kept.reserve(list.size());
+  for (std::u16string& entry : list) {
+    std::u16string normal = entry;
     if (!normal.empty() && normal.back() != u'\\' && normal.back() != u'/') normal += u'\\';
-    if (seen.insert(normal).second)
-      ++it;
-    else
-      it = list.erase(it);
+    if (seen.first(normal)) kept.push_back(std::move(entry));
   }
+  list.swap(kept);
 }
 
 void Starter::getTmpltsList(std::vector<std::u16string>& list, bool localFirst) {
@@ -73,28 +75,43 @@ void Starter::getTmpltsList(std::vector<std::u16string>& list, bool localFirst) 
   removePathDuplicates(list);
 }
 
-void Starter::setTmpltsList(const std::vector<std::u16string>& list) {
+Status Starter::setTmpltsList(const std::vector<std::u16string>& list) {
   loadConfig();
   std::vector<std::u16string> unique = list;
   removePathDuplicates(unique);
   m_local.setValues(kConfigFileFieldTemplatesLocation, unique);
-  saveLocalConfigFile();
+  return saveLocalConfigFile();
 }
 
-void Starter::saveLocalConfigFile() {
+Status Starter::prependTmpltsDir(const std::u16string& dir, std::vector<std::u16string>& written) {
+  loadConfig();
+  // The list as the files hold it now: what another program added since the
+  // installer started is kept.
+  std::vector<std::u16string> now;
+  getConfigFilesValues(true, kConfigFileFieldTemplatesLocation, now, true);
+  replaceWrongSeparators(now);
+  removePathDuplicates(now);
+  written.assign(1, dir);
+  written.insert(written.end(), now.begin(), now.end());
+  removePathDuplicates(written);
+  m_local.setValues(kConfigFileFieldTemplatesLocation, written);
+  return saveLocalConfigFile();
+}
+
+Status Starter::saveLocalConfigFile() {
   std::u16string path = localPath();
   FileFinder finder;
   if (!finder.reset(path)) {
     size_t cut = path.find_last_of(u"\\/");
     if (cut != std::u16string::npos) FileSystem::CreateDirectory(path.substr(0, cut));
   }
-  write_config_file(path, m_local);
+  return write_config_file(path, m_local);
 }
 
 void get_tmplts_list(std::vector<std::u16string>& list, bool localFirst, bool base) {
   Starter(base).getTmpltsList(list, localFirst);
 }
 
-void set_tmplts_list(const std::vector<std::u16string>& list, bool base) {
-  Starter(base).setTmpltsList(list);
+Status set_tmplts_list(const std::vector<std::u16string>& list, bool base) {
+  return Starter(base).setTmpltsList(list);
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "compat/status.h"
 #include "starter/config_file.h"
 
 // Keys of the starter's configuration files. Only the templates location is
@@ -48,13 +49,20 @@ class Starter {
   void getTmpltsList(std::vector<std::u16string>& list, bool localFirst);
 
   // Loads the files, stores `list` (duplicates removed) as the per-user
-  // file's template directories and writes that file. Throws the int 1 or 2
-  // of write_config_file.
-  void setTmpltsList(const std::vector<std::u16string>& list);
+  // file's template directories and writes that file. The failure of
+  // write_config_file, if any.
+  Status setTmpltsList(const std::vector<std::u16string>& list);
+
+  // Loads the files, puts `dir` in front of the template directories they
+  // list now (as getTmpltsList(list, true) gives them), removes duplicates,
+  // stores the result as the per-user file's list and writes that file.
+  // `written` receives the list stored. The failure of write_config_file, if any.
+  Status prependTmpltsDir(const std::u16string& dir, std::vector<std::u16string>& written);
 
   // Writes the per-user configuration, creating its directory when the file
-  // does not exist yet. The shared file is never written. Throws 1 or 2.
-  void saveLocalConfigFile();
+  // does not exist yet. The shared file is never written. The failure of
+  // write_config_file, if any.
+  Status saveLocalConfigFile();
 
  private:
   std::u16string localPath() const;
@@ -71,5 +79,5 @@ class Starter {
 void get_tmplts_list(std::vector<std::u16string>& list, bool localFirst, bool base);
 
 // Stores `list` in the per-user starter file (Starter(base).setTmpltsList).
-// Throws the int 1 or 2 when the file cannot be written; it then stays as it was.
-void set_tmplts_list(const std::vector<std::u16string>& list, bool base);
+// On failure (code 1 or 2, step kWriteStarter) the file stays as it was.
+Status set_tmplts_list(const std::vector<std::u16string>& list, bool base);

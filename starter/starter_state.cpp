@@ -9,6 +9,9 @@ namespace {
 
 const std::u16string kDefaultTemplatesDirName = u"tmplts";
 
+// Whether there is an entry of any kind at `path`. A starter file that is
+// not a regular file still decides which file is to be written; reading it
+// gives nothing and writing it fails, which the user is told.
 bool file_exists(const std::u16string& path) {
   FileFinder finder;
   return finder.reset(path);
@@ -62,14 +65,18 @@ StarterState read_starter_state() {
 Status record_template_dir(StarterState& state, const std::u16string& targetDir) {
   std::u16string dir = targetDir;
   if (!dir.empty() && (dir.back() == u'/' || dir.back() == u'\\')) dir.pop_back();
-  state.templateDirs.insert(state.templateDirs.begin(), dir);
-  try {
-    if (state.writeOrdinary) set_tmplts_list(state.templateDirs, false);
-    if (state.writeBase) set_tmplts_list(state.templateDirs, true);
-  } catch (int code) {
-    return failure(static_cast<unsigned>(code), Step::kWriteStarter,
-                   state.writeOrdinary ? get_local_config_file_path()
-                                       : get_local_config_file_path_base());
+  if (!state.writeOrdinary && !state.writeBase) {
+    state.templateDirs.insert(state.templateDirs.begin(), dir);
+    return Status{};
   }
-  return Status();
+  // Each file is read again just before it is written, so the list written
+  // is the target followed by what that file lists now.
+  for (bool base : {false, true}) {
+    if (!(base ? state.writeBase : state.writeOrdinary)) continue;
+    std::vector<std::u16string> written;
+    Status status = Starter(base).prependTmpltsDir(dir, written);
+    if (!status.ok()) return status;
+    state.templateDirs = written;
+  }
+  return Status{};
 }

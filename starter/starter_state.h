@@ -16,7 +16,8 @@ struct StarterState {
 };
 
 // Reads the template directories from the ordinary per-user starter file
-// when it exists, else from the "base" one. writeOrdinary is set when the
+// when it exists, else from the "base" one. Something other than a regular
+// file in a starter file's place exists, but lists nothing. writeOrdinary is set when the
 // ordinary file exists; writeBase when it does not and the base file gave a
 // non-empty list; with no starter configuration nothing is to be written.
 // The proposal is the first listed directory where a file can be created,
@@ -28,7 +29,11 @@ StarterState read_starter_state();
 // "ftp://"; the first "file://" removed; every "\n" and "\r" removed.
 std::u16string clean_proposal(std::u16string proposal);
 
-// Records `targetDir` at the front of `state.templateDirs` (one trailing "/"
-// or "\\" removed) and writes the files `state` names. A failed write
-// (the old file then stays intact) names the file it could not write.
+// Records `targetDir` (one trailing "/" or "\\" removed) in the files `state`
+// names: each is read again just before it is written, and its list becomes
+// the target followed by the directories it lists at that moment (duplicates
+// removed), so entries added while the wizard was open are kept.
+// `state.templateDirs` becomes the list written (with nothing to write: the
+// target in front of the list read at start). Success, or the failure of the
+// write naming the file (code 1 or 2; the old file then stays intact).
 Status record_template_dir(StarterState& state, const std::u16string& targetDir);

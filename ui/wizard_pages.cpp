@@ -89,14 +89,23 @@ DirSelectPage::DirSelectPage(GtkWidget* fixed, GdkPixbuf* sideImage) : WizardDia
 
 std::u16string DirSelectPage::getPath() const {
   const gchar* text = gtk_entry_get_text(GTK_ENTRY(m_entry));
-  return text ? widen_lib(text) : std::u16string();
+  if (!text) return std::u16string();
+  if (m_shown == text) return m_path;
+  return widen_lib(text);
 }
 
-void DirSelectPage::setPath(const std::u16string& path) { setPath(narrow_lib(path)); }
-
-void DirSelectPage::setPath(const std::string& path) {
-  gtk_entry_set_text(GTK_ENTRY(m_entry), path.c_str());
+void DirSelectPage::setPath(const std::u16string& path) {
+  m_path = path;
+  // The entry takes UTF-8 only: a name in another encoding (a Latin-1 byte,
+  // say) would be cut there, so such bytes are shown as U+FFFD instead, and
+  // getPath gives back the real path while the text stays as shown.
+  gchar* shown = g_utf8_make_valid(narrow_lib(path).c_str(), -1);
+  m_shown = shown;
+  g_free(shown);
+  gtk_entry_set_text(GTK_ENTRY(m_entry), m_shown.c_str());
 }
+
+void DirSelectPage::setPath(const std::string& path) { setPath(widen_lib(path)); }
 
 void DirSelectPage::showDirDialog() {
   std::string folder;

@@ -32,8 +32,6 @@ class WizardDialogPage {
   // A GtkImage of `sideImage` at the page area's origin.
   void addSideImage(GdkPixbuf* sideImage);
 
-  int m_reserved1 = 0;
-  int m_reserved2 = 0;
   GtkWidget* m_parent;
 
  private:
@@ -71,9 +69,14 @@ class DirSelectPage : public WizardDialogPage {
   DirSelectPage(GtkWidget* fixed, GdkPixbuf* sideImage);
   void onShow() override {}
 
-  // The entry's text; empty for an empty entry.
+  // The path in the entry. While the entry still shows what setPath put
+  // there, that path exactly (bytes that are not valid text included);
+  // once the user changed it, the text as typed. Empty for an empty entry.
   std::u16string getPath() const;
+  // Shows `path` in the entry: as it is when it is valid UTF-8 text, else
+  // with U+FFFD in place of each byte that is not.
   void setPath(const std::u16string& path);
+  // `path` in the locale's byte encoding (as file names come from the system).
   void setPath(const std::string& path);
   // Runs the folder chooser; a chosen folder replaces the entry's text.
   void showDirDialog();
@@ -87,6 +90,8 @@ class DirSelectPage : public WizardDialogPage {
   GtkWidget* m_prompt = nullptr;
   GtkWidget* m_caption = nullptr;
   GtkWidget* m_browse = nullptr;
+  std::u16string m_path;   // the path last set
+  std::string m_shown;     // the entry text shown for it
 };
 
 // The installation's progress: a status text above a bar.

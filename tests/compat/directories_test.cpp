@@ -103,6 +103,13 @@ TEST(DirectoriesTest, FinderListsEveryMatchWithItsAttributes) {
   EXPECT_FALSE(missing.reset(w(dir / "nowhere/*")));
   EXPECT_FALSE(missing.reset(w(dir / "nothing.here")));
   EXPECT_EQ(missing.attributes(), 0u);
+  // "/name" has the empty directory in front of its only "/", which cannot be
+  // opened, even when the root holds that name.
+  for (const char16_t* rooted : {u"/tmp", u"/*", u"/"}) {
+    FileFinder root;
+    EXPECT_FALSE(root.reset(rooted)) << narrow_lib(rooted);
+    EXPECT_EQ(root.name(), u"");
+  }
 }
 
 TEST(DirectoriesTest, TemporaryPathAndFiles) {
@@ -122,6 +129,11 @@ TEST(DirectoriesTest, TemporaryPathAndFiles) {
     std::u16string second;
     EXPECT_EQ(FileSystem::GetTempFileName(u"/nonexistent", u"kpt", second), 0u);
     EXPECT_NE(second, name);
+    std::u16string unnamed;  // no prefix: "file", as tempnam
+    EXPECT_EQ(FileSystem::GetTempFileName(u"/nonexistent", u"", unnamed), 0u);
+    EXPECT_EQ(narrow_lib(unnamed).rfind(dir / "file", 0), 0u) << narrow_lib(unnamed);
+    EXPECT_EQ(unnamed.size(), w(dir / "file").size() + 6);
+    EXPECT_TRUE(exists(narrow_lib(unnamed)));
 
     EXPECT_TRUE(isWritePermitted(w(dir.path())));
     uint64_t free64 = 0;

@@ -2,10 +2,14 @@
 // their locations, the template directory list and the start-up state.
 #include "starter/starter.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 #include "compat/text.h"
 #include "starter/config_file.h"
@@ -13,6 +17,7 @@
 #include "starter/config_locations.h"
 #include "starter/starter_state.h"
 #include "support/test_support.h"
+#include "../compat/turkish_locale.h"
 
 using testsupport::exists;
 using testsupport::read_file;
@@ -97,6 +102,36 @@ TEST(ConfigFileTest, OperationsMatchKeysAndValuesIgnoringAsciiCase) {
   }
 }
 
+TEST(ConfigFileTest, IndexFollowsEntriesThatMoveOrGo) {
+  ConfigFile config;
+  for (const char16_t* key : {u"A", u"B", u"C"}) config.addValue(key, key);
+  config.setValues(u"a", {});         // A moves to the end, empty
+  EXPECT_TRUE(config.addValue(u"c", u"c2"));
+  EXPECT_FALSE(config.addValue(u"C", u"c"));
+  EXPECT_TRUE(config.removeValue(u"b", u"B"));  // B goes
+  EXPECT_TRUE(config.addValue(u"b", u"new"));  // and comes back at the end
+  EXPECT_TRUE(config.addValue(u"A", u"a"));
+  EXPECT_EQ(dump(config), "C[C|c2|]a[a|]b[new|]");  // recreated as spelled
+  config.setValues(u"c", {u"x", u"X"});  // stored as given, repeats included
+  EXPECT_TRUE(config.removeValue(u"C", u"x"));
+  EXPECT_FALSE(config.addValue(u"C", u"x"));  // the second one is still there
+  EXPECT_EQ(dump(config), "C[X|]a[a|]b[new|]");
+  ASSERT_NE(config.findValues(u"B"), nullptr);
+  EXPECT_EQ(config.findValues(u"B")->front(), u"new");
+}
+
+TEST(ConfigFileTest, KeysFoldAsTheCurrentLocaleFolds) {
+  testsupport::ScopedEnv lcAll("LC_ALL", "C.UTF-8");
+  testsupport::TurkishLocale turkish;
+  if (!turkish.ok()) GTEST_SKIP() << "tr_TR.UTF-8 can be neither found nor built";
+  ConfigFile config;
+  config.addValue(u"Inst", u"/Install");
+  config.addValue(u"inst", u"/INSTALL");  // another key, and "I" does not fold
+  config.addValue(u"KEY", u"/a");
+  config.addValue(u"key", u"/A");
+  EXPECT_EQ(dump(config), "Inst[/Install|]inst[/INSTALL|]KEY[/a|]");
+}
+
 TEST_F(StarterTest, LinesSplitIntoKeysAndValuesAndAreWrittenOnePerValue) {
   struct Case {
     std::string bytes, found;
@@ -118,7 +153,7 @@ TEST_F(StarterTest, LinesSplitIntoKeysAndValuesAndAreWrittenOnePerValue) {
     ConfigFile config;
     read_config_file(w(home("in.cfg")), config);
     EXPECT_EQ(dump(config), c.found) << c.bytes;
-    write_config_file(w(home("out.cfg")), config);
+    EXPECT_TRUE(write_config_file(w(home("out.cfg")), config).ok());
     EXPECT_EQ(read_file(home("out.cfg")), c.written ? c.written : c.bytes) << c.bytes;
   }
 }
@@ -134,7 +169,7 @@ TEST_F(StarterTest, Utf16FilesAreReadAndRewrittenNarrow) {
   read_config_file(w(home("in.cfg")), config);
   EXPECT_EQ(dump(config), "k[first|v|]Путь[/opt/Шаблоны\r|]");
   EXPECT_FALSE(is_ansi_encoded(w(home("in.cfg"))));
-  write_config_file(w(home("in.cfg")), config);
+  EXPECT_TRUE(write_config_file(w(home("in.cfg")), config).ok());
   EXPECT_EQ(read_file(home("in.cfg")), "k=first\nk=v\nПуть=/opt/Шаблоны\r\n");
   EXPECT_TRUE(is_ansi_encoded(w(home("in.cfg"))));
   write_file(home("t.cfg"), "a");
@@ -155,23 +190,24 @@ TEST_F(StarterTest, ReplacingKeepsModeAndLinksAndFailingKeepsTheOldFile) {
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
   struct rlimit limit = {100, saved.rlim_max};
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-  for (auto [path, code] : {std::pair<std::string, int>{"missing/zelbrun.cfg", 1},
-                            {"zelbrun.cfg", 1},
-                            {"link.cfg", 2}}) {
+  struct Case {
+    std::string path;
+    unsigned code;
+    int sysError;
+  } cases[] = {{"missing/zelbrun.cfg", 1, ENOENT}, {"zelbrun.cfg", 1, EISDIR}, {"link.cfg", 2, EFBIG}};
+  for (const Case& c : cases) {
     testsupport::Snapshot before = snapshot(home("dir"));
-    int thrown = 0;
-    try {
-      write_config_file(w(home("dir/") + path), config);
-    } catch (int caught) {
-      thrown = caught;
-    }
-    EXPECT_EQ(thrown, code) << path;
-    EXPECT_EQ(snapshot(home("dir")), before) << path;
+    Status status = write_config_file(w(home("dir/") + c.path), config);
+    EXPECT_EQ(status.code, c.code) << c.path;
+    EXPECT_EQ(status.step, Step::kWriteStarter) << c.path;
+    EXPECT_EQ(narrow_lib(status.path), home("dir/") + c.path);
+    EXPECT_EQ(status.sysError, c.sysError) << describe(status);
+    EXPECT_EQ(snapshot(home("dir")), before) << c.path;
   }
   setrlimit(RLIMIT_FSIZE, &saved);
   signal(SIGXFSZ, SIG_DFL);
 
-  write_config_file(w(home("dir/link.cfg")), config);
+  EXPECT_TRUE(write_config_file(w(home("dir/link.cfg")), config).ok());
   struct stat st;
   ASSERT_EQ(lstat(home("dir/link.cfg").c_str(), &st), 0);
   EXPECT_TRUE(S_ISLNK(st.st_mode));
@@ -248,8 +284,10 @@ TEST_F(StarterTest, SettingRewritesOnlyThePerUserFileByteForByte) {
   // New values take the key's place. Later duplicates go, case ignored and an
   // entry without a final separator compared with "\\" appended. The base
   // directory is created on demand.
-  set_tmplts_list({u"/new/Шаблоны", u"/old/Шаблоны", u"/NEW/Шаблоны\\", u"/new/Шаблоны/"}, false);
-  set_tmplts_list({u"/b"}, true);
+  EXPECT_TRUE(
+      set_tmplts_list({u"/new/Шаблоны", u"/old/Шаблоны", u"/NEW/Шаблоны\\", u"/new/Шаблоны/"}, false)
+          .ok());
+  EXPECT_TRUE(set_tmplts_list({u"/b"}, true).ok());
   const std::string oldLine = kKey + "/old/Шаблоны\n";
   std::string expected = before + "\n";
   expected.insert(expected.find(oldLine) + oldLine.size(), kKey + "/new/Шаблоны/\n");
@@ -258,7 +296,7 @@ TEST_F(StarterTest, SettingRewritesOnlyThePerUserFileByteForByte) {
   EXPECT_EQ(read_file(home(kLocalBase)), kKey + "/b\n");
   EXPECT_EQ(snapshot(home(".plom8")), sharedBefore);
   // An empty list drops the key's lines.
-  set_tmplts_list({}, false);
+  EXPECT_TRUE(set_tmplts_list({}, false).ok());
   expected = before + "\n";
   EXPECT_EQ(read_file(home(kLocal)), expected.erase(expected.find(oldLine), oldLine.size()));
 }
@@ -316,8 +354,103 @@ TEST_F(StarterTest, StateWritesBackToTheFileTheListCameFrom) {
   ASSERT_EQ(std::remove(home(kLocal).c_str()), 0);
   put(kLocal + "/inside", "x");
   testsupport::Snapshot before = snapshot(m_home);
-  EXPECT_EQ(record_template_dir(state, w("/t/new")).code, 1u);
+  Status status = record_template_dir(state, w("/t/new"));
+  EXPECT_EQ(status.code, 1u);
+  EXPECT_EQ(status.path, get_local_config_file_path());
   EXPECT_EQ(snapshot(m_home), before);
+}
+
+TEST_F(StarterTest, FilesThatAreNotRegularReadAsMissingAndAreNeverWritten) {
+  // A FIFO would block an open until a writer comes; /dev/zero never ends.
+  put(kLocalBase, kKey + "/t/base\n");
+  ASSERT_EQ(std::system(("mkdir -p '" + home(".Orvo/zelbrun") + "' '" + home(".plom8//.Orvo/zelbrun") +
+                         "'").c_str()),
+            0);
+  ASSERT_EQ(mkfifo(home(kLocal).c_str(), 0600), 0);
+  ASSERT_EQ(mkfifo(home(kShared).c_str(), 0600), 0);
+  // (A snapshot would read the FIFO; the folders' listings show any change.)
+  auto listing = [&] {
+    std::string out;
+    for (const char* dir : {".Orvo/zelbrun", ".Orvo/zelbrunt", ".plom8//.Orvo/zelbrun"}) {
+      for (const auto& entry : std::filesystem::directory_iterator(home(dir))) {
+        struct stat st;
+        EXPECT_EQ(lstat(entry.path().c_str(), &st), 0);
+        out += entry.path().string() + " " + std::to_string(st.st_mode) + " " +
+               std::to_string(st.st_ino) + " " + std::to_string(st.st_size) + " " +
+               std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec) + "\n";
+      }
+    }
+    return out;
+  };
+  const std::string before = listing();
+
+  for (const std::string& path : {home(kLocal), std::string("/dev/zero")}) {
+    ConfigFile config;
+    read_config_file(w(path), config);
+    EXPECT_EQ(dump(config), "") << path;
+    EXPECT_FALSE(is_ansi_encoded(w(path))) << path;
+  }
+  std::vector<std::u16string> list;
+  get_tmplts_list(list, true, false);
+  EXPECT_TRUE(list.empty());
+
+  // The ordinary file is there, so it is the one to write, but it lists nothing.
+  StarterState state = read_starter_state();
+  EXPECT_TRUE(state.writeOrdinary);
+  EXPECT_FALSE(state.writeBase);
+  EXPECT_TRUE(state.templateDirs.empty());
+  EXPECT_EQ(record_template_dir(state, w("/t/new")).code, 1u);
+
+  ConfigFile config;
+  config.addValue(u"k", u"v");
+  Status status = write_config_file(w(home(kLocal)), config);
+  EXPECT_EQ(status.code, 1u);
+  EXPECT_EQ(describe(status), "cannot write " + home(kLocal) + ": not a regular file");
+  EXPECT_EQ(set_tmplts_list({u"/t/x"}, false).code, 1u);
+  EXPECT_EQ(listing(), before);
+  struct stat st;
+  ASSERT_EQ(lstat(home(kLocal).c_str(), &st), 0);
+  EXPECT_TRUE(S_ISFIFO(st.st_mode));
+}
+
+TEST_F(StarterTest, RecordingRereadsTheFileAndKeepsWhatChangedMeanwhile) {
+  struct Case {
+    std::string atStart, meanwhile;  // meanwhile: the whole file then ("-": removed)
+    std::string record, after;
+    std::vector<std::u16string> listAfter;
+  } cases[] = {
+      // Another program added a directory and a key while the wizard was open.
+      {"Other=1\n" + kKey + "/t/a\n", "Other=1\n" + kKey + "/t/a\n" + kKey + "/t/added\nNew=2\n",
+       "/t/new", "Other=1\n" + kKey + "/t/new\n" + kKey + "/t/a\n" + kKey + "/t/added\nNew=2\n",
+       {u"/t/new", u"/t/a", u"/t/added"}},
+      // ... or dropped one, and listed the target itself (it goes first, once).
+      {kKey + "/t/a\n" + kKey + "/t/b\n", kKey + "/t/b\n" + kKey + "/T/NEW\n", "/t/new/",
+       kKey + "/t/new\n" + kKey + "/t/b\n", {u"/t/new", u"/t/b"}},
+      // The file went away: it is written again with the target alone.
+      {kKey + "/t/a\n", "-", "/t/new", kKey + "/t/new\n", {u"/t/new"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.meanwhile);
+    put(kLocal, c.atStart);
+    StarterState state = read_starter_state();
+    ASSERT_TRUE(state.writeOrdinary);
+    if (c.meanwhile == "-")
+      ASSERT_EQ(unlink(home(kLocal).c_str()), 0);
+    else
+      put(kLocal, c.meanwhile);
+    EXPECT_TRUE(record_template_dir(state, w(c.record)).ok());
+    EXPECT_EQ(read_file(home(kLocal)), c.after);
+    EXPECT_EQ(state.templateDirs, c.listAfter);
+  }
+  // A FIFO put in the file's place meanwhile is neither read nor replaced.
+  put(kLocal, kKey + "/t/a\n");
+  StarterState state = read_starter_state();
+  ASSERT_EQ(unlink(home(kLocal).c_str()), 0);
+  ASSERT_EQ(mkfifo(home(kLocal).c_str(), 0600), 0);
+  EXPECT_EQ(record_template_dir(state, w("/t/new")).code, 1u);
+  struct stat st;
+  ASSERT_EQ(lstat(home(kLocal).c_str(), &st), 0);
+  EXPECT_TRUE(S_ISFIFO(st.st_mode));
 }
 
 }  // namespace

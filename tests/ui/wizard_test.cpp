@@ -136,6 +136,46 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
   EXPECT_EQ(read_file(m_opened), m_dest + "/sub/" + kDoc + "\n");
 }
 
+TEST_F(Flow, DirectoryWithALatin1NameIsShownReadablyAndUsedByteForByte) {
+  buildPackage({{"en", "P", "V", ""}});
+  const std::string latin1 = m_root / "caf\xE9", shown = m_root / "caf\xEF\xBF\xBD";  // U+FFFD
+  ASSERT_EQ(g_mkdir_with_parents(latin1.c_str(), 0700), 0);
+  put_file(m_cfg, "ConfigurationTemplatesLocation=" + latin1 + "\n");
+  CInstallerDlg& dialog = start();
+  CLICK(dialog.widgets().next);
+  DirSelectPage& page = *dialog.dirSelectPage();
+  GtkEntry* entry = GTK_ENTRY(page.entry());
+  EXPECT_EQ(gtk_entry_get_text(entry), shown);
+  // A folder chosen with the browse button is shown and kept the same way.
+  set_folder_chooser_hook([&](std::string& folder) {
+    folder = m_root / "\xC0t\xE9";
+    return true;
+  });
+  CLICK(page.browseButton());
+  set_folder_chooser_hook(nullptr);
+  EXPECT_EQ(gtk_entry_get_text(entry), m_root / "\xEF\xBF\xBDt\xEF\xBF\xBD");
+  EXPECT_EQ(narrow_lib(page.getPath()), m_root / "\xC0t\xE9");
+  // An edited path is taken as typed, the replacement character included.
+  gtk_entry_set_text(entry, (shown + "/sub").c_str());
+  EXPECT_EQ(narrow_lib(page.getPath()), shown + "/sub");
+  // Back and Next again propose the listed directory; Return takes it as it is.
+  CLICK(dialog.widgets().back);
+  CLICK(dialog.widgets().next);
+  EXPECT_EQ(gtk_entry_get_text(entry), shown);
+  // Return in the entry (its "activate") presses the default button, Next,
+  // which clicks once its pressed look has been shown for a moment.
+  gtk_widget_grab_focus(page.entry());
+  EXPECT_TRUE(gtk_widget_activate(page.entry()));
+  for (int i = 0; i < 300 && dialog.step() == CInstallerDlg::kStepDirectory; ++i) {
+    uitest::Pump();
+    g_usleep(10000);
+  }
+  ASSERT_EQ(dialog.step(), CInstallerDlg::kStepSuccess);
+  EXPECT_EQ(read_file(latin1 + "/trade/retail/template.xml"), "<template id=\"retail\"/>\n");
+  EXPECT_FALSE(testsupport::exists(m_root / "caf")) << "nothing went to the cut name";
+  EXPECT_EQ(read_file(m_cfg), "ConfigurationTemplatesLocation=" + latin1 + "\n");
+}
+
 TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
   for (int i = 0; i < 30; ++i) source("many/file" + std::to_string(i) + ".txt", "new contents\n");
   buildPackage({{"en", "P", "V", std::string("/") + kDoc}});
