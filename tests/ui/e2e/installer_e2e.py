@@ -140,6 +140,26 @@ class InstallerE2E(unittest.TestCase):
         self.assertTrue(os.path.isfile(os.path.join(proposal, "trade/retail/template.xml")))
         self.assertEqual(read(self.cfg), f"ConfigurationTemplatesLocation={proposal}\n")
 
+        # Standard error on a terminal: one progress line, rewritten in place.
+        master, slave = os.openpty()
+        r = subprocess.run([BIN, "usecwd", "-S"], cwd=self.kit, env=self.env(DISPLAY=""),
+                           stdout=subprocess.PIPE, stderr=slave, timeout=30)
+        os.close(slave)
+        shown = b""
+        while True:
+            try:
+                chunk = os.read(master, 65536)
+            except OSError:
+                break
+            if not chunk:
+                break
+            shown += chunk
+        os.close(master)
+        self.assertEqual(r.returncode, 0)
+        self.assertIn(b"\r0% ", shown)
+        self.assertIn(b"template.xml\x1b[K", shown)
+        self.assertTrue(shown.endswith(b"\r\x1b[K"), shown[-40:])  # cleared at the end
+
         # Interrupted: rolled back, exit 3.
         other = os.path.join(self.root, "other")
         os.makedirs(other)
