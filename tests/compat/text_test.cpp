@@ -177,6 +177,9 @@ TEST(TextTest, CompareNocaseFoldsAsTheCurrentLocaleDoes) {
   check(false);
   testsupport::TurkishLocale turkish;
   if (!turkish.ok()) GTEST_SKIP() << "tr_TR.UTF-8 can be neither found nor built";
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the address sanitizer's own strcasecmp folds ASCII letters only";
+#endif
   check(true);
 }
 
