@@ -270,6 +270,19 @@ unsigned read_catalogue(ByteSource& in, uint64_t totalSize, std::vector<Language
       return kDamaged;
     }
   }
+  // With every record checked (the builder checks all or none), the data
+  // area holds exactly the files' contents: bytes past the last contents
+  // mean records were lost, a file count damaged to a smaller one say.
+  bool allChecked = true;
+  uint64_t end = 0;
+  for (const FileEntry& entry : files) {
+    allChecked = allChecked && entry.hasCheck;
+    end = std::max(end, entry.offset + entry.size);
+  }
+  if (allChecked && end != dataSize) {
+    info.fault = "the data area holds more than the checked files' contents";
+    return kDamaged;
+  }
   return 0;
 }
 
