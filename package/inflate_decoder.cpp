@@ -116,7 +116,8 @@ class BlockwiseInflater {
   BlockwiseInflater(const SimdInflateLibrary& lib, const uint8_t* data, uint64_t size,
                     InflateSink& sink, size_t chunkSize)
       : m_lib(lib), m_data(data), m_size(size), m_sink(sink), m_chunk(chunkSize),
-        m_buffer(new uint8_t[kWindow + chunkSize]), m_saved(new uint8_t[kWindow]),
+        m_capacity(kWindow + chunkSize * std::max<size_t>(1, kSlideEvery / chunkSize)),
+        m_buffer(new uint8_t[m_capacity]), m_saved(new uint8_t[kWindow]),
         m_isal(new inflate_state) {}
 
   InflateOutcome run() {
@@ -127,6 +128,7 @@ class BlockwiseInflater {
     m_lib.init(m_isal.get());
     uint64_t position = 0;  // in bits
     uint64_t zlibSpan = 0;  // output left to zlib before the SIMD engine is tried again
+    uint64_t smallRun = kZlibSpan / 2;
     for (;;) {
       Step step;
       if (zlibSpan != 0) {
@@ -137,7 +139,10 @@ class BlockwiseInflater {
         if (step == Step::kBlockDone) {
           bool last = (bitAt(position) & 1) != 0;
           unsigned type = bitAt(position + 1) | bitAt(position + 2) << 1;
-          if (type == 1 || (type == 2 && fewSymbols(position + 3))) {
+          if (type == 0) {
+            // Stored blocks are a copy either way; zlib has no set-up to pay.
+            step = zlibBlocks(position, 0, 0, false);
+          } else if (type == 1 || (type == 2 && fewSymbols(position + 3))) {
             step = zlibBlocks(position, 0, kZlibSpan, false);
           } else {
             saveHistory();
@@ -151,8 +156,12 @@ class BlockwiseInflater {
               step = zlibBlocks(position, m_total - before, 0, true);
             // Small blocks cost the SIMD engine more in setup than it saves:
             // let zlib run through the next stretch in one go.
+            // The stretch doubles while the blocks stay small, so a stream
+            // of tiny blocks pays for a try only now and then.
             else if (m_total - before < kSmallBlock)
-              zlibSpan = kZlibSpan;
+              zlibSpan = smallRun = std::min(smallRun * 2, kMaxZlibSpan);
+            else
+              smallRun = kZlibSpan / 2;
           }
         }
       }
@@ -167,8 +176,12 @@ class BlockwiseInflater {
 
  private:
   static constexpr size_t kWindow = 32768;
+  // The output buffer holds this much beyond the window, so that the
+  // history slides to its front only now and then, not after every chunk.
+  static constexpr size_t kSlideEvery = 262144;
   static constexpr uint64_t kSmallBlock = 2048;
   static constexpr uint64_t kZlibSpan = 131072;
+  static constexpr uint64_t kMaxZlibSpan = 4 << 20;
   enum class Step { kBlockDone, kStreamEnd, kInputEnded, kFailed };
 
   unsigned bitAt(uint64_t bit) const {
@@ -176,9 +189,10 @@ class BlockwiseInflater {
     return byte < m_size ? (m_data[byte] >> (bit & 7)) & 1 : 0;
   }
 
-  // Output goes to m_buffer after a window of history; a full chunk goes to
-  // the sink and the newest 32 KiB slide to the front.
-  uint8_t* out() { return m_buffer.get() + kWindow + m_fill; }
+  // Output goes to m_buffer after at least a window of history; a full
+  // chunk goes to the sink, and when no room is left for another chunk the
+  // newest 32 KiB slide to the front.
+  uint8_t* out() { return m_buffer.get() + m_base + m_fill; }
   size_t room() const { return m_chunk - m_fill; }
   void produced(size_t n) {
     m_fill += n;
@@ -187,10 +201,14 @@ class BlockwiseInflater {
   }
   void flush() {
     if (m_fill == 0) return;
-    m_sink.write(m_buffer.get() + kWindow, m_fill);
+    m_sink.write(m_buffer.get() + m_base, m_fill);
     m_outcome.written += m_fill;
-    std::memmove(m_buffer.get(), m_buffer.get() + m_fill, kWindow);
+    m_base += m_fill;
     m_fill = 0;
+    if (m_capacity - m_base < m_chunk) {
+      std::memmove(m_buffer.get(), m_buffer.get() + m_base - kWindow, kWindow);
+      m_base = kWindow;
+    }
   }
   size_t historySize() const { return static_cast<size_t>(std::min<uint64_t>(m_total, kWindow)); }
   // The history as it stands at the start of a block, kept for the block.
@@ -239,8 +257,8 @@ class BlockwiseInflater {
 
   // zlib decodes from the block at `position` on, its first `skip` output
   // bytes dropped (they were given out already), up to the first block end
-  // after `span` bytes of output; `saved` takes the history kept by
-  // saveHistory instead of the live one.
+  // after `span` bytes of output that a stored block does not follow;
+  // `saved` takes the history kept by saveHistory instead of the live one.
   Step zlibBlocks(uint64_t& position, uint64_t skip, uint64_t span, bool saved) {
     inflateReset(&m_zs);
     uint64_t byte = position >> 3;
@@ -261,7 +279,9 @@ class BlockwiseInflater {
       m_zs.next_out = out();
       size_t before = room();
       m_zs.avail_out = static_cast<uInt>(before);
-      int result = inflate(&m_zs, Z_BLOCK);
+      // Stopping at every block end costs a return per block (many, in a
+      // stream of tiny blocks): zlib runs freely until the span is covered.
+      int result = inflate(&m_zs, m_total - start >= span ? Z_BLOCK : Z_NO_FLUSH);
       size_t n = before - m_zs.avail_out;
       if (skip != 0) {
         size_t drop = static_cast<size_t>(std::min<uint64_t>(skip, n));
@@ -278,8 +298,10 @@ class BlockwiseInflater {
         // The end of the stream's last block: stopping at block ends, zlib
         // reports it as a block end with the "last block" bit set.
         if (m_zs.data_type & 64) return Step::kStreamEnd;
-        if (m_total - start >= span) {
-          position = uint64_t(m_zs.next_in - m_data) * 8 - (m_zs.data_type & 7);
+        uint64_t end = uint64_t(m_zs.next_in - m_data) * 8 - (m_zs.data_type & 7);
+        bool storedNext = (bitAt(end + 1) | bitAt(end + 2)) == 0;
+        if (m_total - start >= span && !storedNext) {
+          position = end;
           return Step::kBlockDone;
         }
         if (m_zs.avail_in == 0) refill();
@@ -401,7 +423,9 @@ class BlockwiseInflater {
   uint64_t m_size;
   InflateSink& m_sink;
   size_t m_chunk;
+  size_t m_capacity;
   std::unique_ptr<uint8_t[]> m_buffer;
+  size_t m_base = kWindow;  // where the chunk being filled starts
   size_t m_fill = 0;
   uint64_t m_total = 0;
   std::unique_ptr<uint8_t[]> m_saved;
