@@ -145,7 +145,7 @@ class BlockwiseInflater {
           } else if (type == 1 || (type == 2 && fewSymbols(position + 3))) {
             step = zlibBlocks(position, 0, kZlibSpan, false);
           } else {
-            saveHistory();
+            markHistory();
             uint64_t before = m_total;
             step = isalBlock(position, last);
             // A block the SIMD engine did not finish (the input ends inside
@@ -162,6 +162,7 @@ class BlockwiseInflater {
               zlibSpan = smallRun = std::min(smallRun * 2, kMaxZlibSpan);
             else
               smallRun = kZlibSpan / 2;
+            m_marked = false;
           }
         }
       }
@@ -206,16 +207,26 @@ class BlockwiseInflater {
     m_base += m_fill;
     m_fill = 0;
     if (m_capacity - m_base < m_chunk) {
+      // The marked history is about to be overwritten: keep a copy.
+      if (m_marked && !m_copied) {
+        std::memcpy(m_saved.get(), m_buffer.get() + m_markedAt, m_savedSize);
+        m_copied = true;
+      }
       std::memmove(m_buffer.get(), m_buffer.get() + m_base - kWindow, kWindow);
       m_base = kWindow;
     }
   }
   size_t historySize() const { return static_cast<size_t>(std::min<uint64_t>(m_total, kWindow)); }
-  // The history as it stands at the start of a block, kept for the block.
-  void saveHistory() {
+  // The history as it stands at the start of a block, kept for the block:
+  // it stays where it is in the buffer until the buffer slides, and only
+  // then is it copied aside (most blocks end before that).
+  void markHistory() {
     m_savedSize = historySize();
-    std::memcpy(m_saved.get(), out() - m_savedSize, m_savedSize);
+    m_markedAt = m_base + m_fill - m_savedSize;
+    m_marked = true;
+    m_copied = false;
   }
+  uint8_t* markedHistory() { return m_copied ? m_saved.get() : m_buffer.get() + m_markedAt; }
 
   uint32_t inputFrom(const uint8_t* next) const {
     return static_cast<uint32_t>(std::min<uint64_t>(m_size - (next - m_data), kMaxSlice));
@@ -258,7 +269,7 @@ class BlockwiseInflater {
   // zlib decodes from the block at `position` on, its first `skip` output
   // bytes dropped (they were given out already), up to the first block end
   // after `span` bytes of output that a stored block does not follow;
-  // `saved` takes the history kept by saveHistory instead of the live one.
+  // `saved` takes the history kept by markHistory instead of the live one.
   Step zlibBlocks(uint64_t& position, uint64_t skip, uint64_t span, bool saved) {
     inflateReset(&m_zs);
     uint64_t byte = position >> 3;
@@ -270,7 +281,7 @@ class BlockwiseInflater {
     }
     size_t historyBytes = saved ? m_savedSize : historySize();
     if (historyBytes != 0)
-      inflateSetDictionary(&m_zs, saved ? m_saved.get() : out() - historyBytes,
+      inflateSetDictionary(&m_zs, saved ? markedHistory() : out() - historyBytes,
                            static_cast<uInt>(historyBytes));
     m_zs.next_in = const_cast<Bytef*>(next);
     m_zs.avail_in = uint64_t(next - m_data) < m_size ? inputFrom(next) : 0;
@@ -322,7 +333,7 @@ class BlockwiseInflater {
     st->crc_flag = ISAL_DEFLATE;
     st->hist_bits = 0;
     if (m_savedSize != 0)
-      m_lib.setDict(st, m_saved.get(), static_cast<uint32_t>(m_savedSize));
+      m_lib.setDict(st, markedHistory(), static_cast<uint32_t>(m_savedSize));
     uint64_t byte = position >> 3;
     unsigned shift = position & 7;
     st->read_in = (uint64_t(m_data[byte]) >> shift) | 1;  // the "last block" bit
@@ -430,6 +441,9 @@ class BlockwiseInflater {
   uint64_t m_total = 0;
   std::unique_ptr<uint8_t[]> m_saved;
   size_t m_savedSize = 0;
+  size_t m_markedAt = 0;  // where the marked history starts in m_buffer
+  bool m_marked = false;  // a block's history is marked (see markHistory)
+  bool m_copied = false;  // ... and has been copied to m_saved
   std::unique_ptr<inflate_state> m_isal;
   z_stream m_zs{};
   InflateOutcome m_outcome;
