@@ -168,8 +168,9 @@ size_t check_contents(const char* path, const uint8_t* data, uint64_t size,
   inflate_stream(data, size, checker);
   std::vector<size_t> bad = checker.mismatched();
   for (size_t i : bad)
-    std::fprintf(stderr, "tpk-list: %s: damaged package: the contents of %s do not match its record\n",
-                 path, tpk::utf16_to_utf8(files[i].name).c_str());
+    std::fprintf(stderr,
+                 "tpk-list: %s: damaged package: the contents of %s do not match its record\n", path,
+                 tpk::utf16_to_utf8(files[i].name).c_str());
   return bad.size();
 }
 

@@ -49,27 +49,22 @@ bool contents_match(const std::string& working, const Catalogue& c, const FileEn
 // bytes too short to hold the check) reads as before and is not checked.
 TEST(IntegrityTest, RecordAndContentsChecks) {
   const std::string contents = test_bytes(5000, 8);
-  const std::string sound = working_file({{u"dir/a.txt", 0x01D2345678ABCDEFull, contents},
-                                          {u"b", 7, "bee"}},
-                                         true);
+  const std::string sound =
+      working_file({{u"dir/a.txt", 0x01D2345678ABCDEFull, contents}, {u"b", 7, "bee"}}, true);
   // Positions inside the first record (after kind, three strings, file count).
-  const size_t record = 4 + 3 * 4 + 2 * (7 + 6 + 7) + 4, name = record + 8,
-               time = name + 18, offset = time + 8, size = offset + 4, marker = size + 4;
+  const size_t record = 4 + 3 * 4 + 2 * (7 + 6 + 7) + 4, name = record + 8, time = name + 18,
+               offset = time + 8, size = offset + 4, marker = size + 4;
   struct Case {
     const char* what;
-    size_t at;            // byte flipped (xor 1); SIZE_MAX: none
+    size_t at;  // byte flipped (xor 1); SIZE_MAX: none
     bool refusedAtLoad;
-    bool contentsMatch;   // when loaded
+    bool contentsMatch;  // when loaded
   } cases[] = {
-      {"sound", SIZE_MAX, false, true},
-      {"name", name + 2, true, false},
-      {"time", time + 7, true, false},
-      {"size", size, true, false},
-      {"contents CRC", marker + 4, true, false},
-      {"record CRC", marker + 11, true, false},
+      {"sound", SIZE_MAX, false, true},          {"name", name + 2, true, false},
+      {"time", time + 7, true, false},           {"size", size, true, false},
+      {"contents CRC", marker + 4, true, false}, {"record CRC", marker + 11, true, false},
       {"marker", marker + 1, false, true},  // no check any more: read as described
-      {"offset", offset, false, false},
-      {"contents", sound.size() - 10, false, false},
+      {"offset", offset, false, false},          {"contents", sound.size() - 10, false, false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -90,8 +85,8 @@ TEST(IntegrityTest, RecordAndContentsChecks) {
   }
   // Unchecked records: no marker in 12 spare bytes, or fewer than 12.
   for (const std::string& spare : {std::string(12, 'x'), u32(0x31435054) + "1234567"}) {
-    std::string bytes = u32(0) + std::string(12, '\0') + u32(1) +
-                        file_record(u"f", 0, 0, 3, spare) + "abc";
+    std::string bytes =
+        u32(0) + std::string(12, '\0') + u32(1) + file_record(u"f", 0, 0, 3, spare) + "abc";
     Catalogue cat = read(bytes);
     ASSERT_EQ(cat.code, 0u);
     EXPECT_FALSE(cat.files[0].hasCheck);
@@ -123,8 +118,8 @@ TEST(IntegrityTest, EveryBitFlipOfABuiltPackageIsCaughtOrHarmless) {
 
   auto decode = [](const std::string& stream, std::string& working) {
     CollectSink sink;
-    InflateOutcome o = inflate_stream(reinterpret_cast<const uint8_t*>(stream.data()),
-                                      stream.size(), sink);
+    InflateOutcome o =
+        inflate_stream(reinterpret_cast<const uint8_t*>(stream.data()), stream.size(), sink);
     working = sink.bytes;
     return o.code == 0;
   };
@@ -165,13 +160,14 @@ TEST(IntegrityTest, EveryBitFlipOfABuiltPackageIsCaughtOrHarmless) {
           << "bit " << bit << " altered " << narrow_lib(b.name) << " unnoticed";
     }
     const LanguageEntry &l = c.languages.at(0), &m = built.languages.at(0);
-    bool sameTexts = l.title1 == m.title1 && l.title2 == m.title2 &&
-                     l.descriptionRef == m.descriptionRef;
+    bool sameTexts =
+        l.title1 == m.title1 && l.title2 == m.title2 && l.descriptionRef == m.descriptionRef;
     ++(sameTexts ? sameFiles : textsChanged);
   }
-  std::printf("%zu bits: %zu refused at load, %zu caught by a contents check, %zu harmless, "
-              "%zu changed a descriptive text only\n",
-              package.size() * 8, refused, caught, sameFiles, textsChanged);
+  std::printf(
+      "%zu bits: %zu refused at load, %zu caught by a contents check, %zu harmless, "
+      "%zu changed a descriptive text only\n",
+      package.size() * 8, refused, caught, sameFiles, textsChanged);
   EXPECT_GT(refused, 0u);
   EXPECT_GT(caught, 0u);
 }

@@ -22,8 +22,8 @@ TEST(NoSimdLibraryTest, ZlibDecodesEverything) {
   // Asking for the SIMD engine decodes with zlib, bytes and verdicts alike.
   std::string text = test_bytes(300000, 3);
   std::string stream = deflate_raw(text);
-  for (const std::string& input : {stream, stream.substr(0, stream.size() / 2),
-                                   std::string("\xff\xff\xff", 3)}) {
+  for (const std::string& input :
+       {stream, stream.substr(0, stream.size() / 2), std::string("\xff\xff\xff", 3)}) {
     CollectSink viaZlib, viaSimd;
     const auto* data = reinterpret_cast<const uint8_t*>(input.data());
     InflateOutcome a = inflate_stream(data, input.size(), viaZlib, InflateEngine::kZlib);

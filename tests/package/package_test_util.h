@@ -54,8 +54,9 @@ inline std::string working_file(const std::vector<TestFile>& files, bool checked
   std::string out = u32(0) + str16(u"Product") + str16(u"Vendor") + str16(u"doc.pdf"), data;
   out += u32(uint32_t(files.size()));
   for (const TestFile& f : files) {
-    out += checked ? checked_record(f.name, f.time, uint32_t(data.size()), f.contents)
-                   : file_record(f.name, f.time, uint32_t(data.size()), uint32_t(f.contents.size()));
+    uint32_t offset = uint32_t(data.size());
+    out += checked ? checked_record(f.name, f.time, offset, f.contents)
+                   : file_record(f.name, f.time, offset, uint32_t(f.contents.size()));
     data += f.contents;
   }
   return out + data;
