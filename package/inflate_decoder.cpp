@@ -92,9 +92,12 @@ InflateOutcome inflate_zlib(const uint8_t* data, uint64_t size, InflateSink& sin
 #ifdef TPL_HAVE_ISAL
 // The SIMD engine decodes the block contents; zlib keeps the last word on
 // what is valid, so both engines give the same verdict and the same bytes:
-// - every block header is first read by zlib, which stops right after it,
-//   so a header zlib refuses is refused at the same point, and a stream cut
-//   inside a header ends the same way;
+// - a stored block that lies wholly in the input and whose length matches
+//   its complement is copied here (nothing in it can be invalid); any
+//   other stored block goes to zlib;
+// - every other block header is first read by zlib, which stops right
+//   after it, so a header zlib refuses is refused at the same point, and a
+//   stream cut inside a header ends the same way;
 // - blocks with fixed codes (which hold unusable symbols) and blocks with a
 //   code of fewer than two symbols (the only incomplete codes zlib accepts)
 //   are decoded by zlib, under its rules for unusable codes;
@@ -102,7 +105,9 @@ InflateOutcome inflate_zlib(const uint8_t* data, uint64_t size, InflateSink& sin
 //   the preceding 32 KiB of output as history and its "last block" bit set,
 //   so it stops exactly at the block's end;
 // - a block the SIMD engine does not finish (input cut short, or an error)
-//   is decoded again by zlib, whose verdict and bytes stand;
+//   is decoded again by zlib, whose verdict and bytes stand; the output of
+//   the SIMD call that failed is never given out (it may hold a match the
+//   engine wrote before it found the match invalid);
 // - after a small block, zlib runs through the next stretch of blocks in one
 //   go, since setting the SIMD engine up per block would cost more than it
 //   saves (and a stream of tiny blocks stays as fast as zlib). Measured:
