@@ -9,8 +9,14 @@ the same bytes:
            and configuration files, the usual look of a template package.
   library  5,000 files in 400 directories, about 200 MB, mostly 1-100 KB,
            some names with spaces and non-ASCII letters.
+  mixed    about 160 MB in 40 files of configuration text with
+           incompressible stretches (0.5-20 KB of noise every 2-40 KB of
+           text): packed with zlib's defaults most deflate blocks give out
+           under 32 KiB.
+  compressed  about 100 MB in 60 files that are already compressed (zlib
+           streams of text, and noise), so deflate finds almost nothing.
 
-Usage: gen_corpus.py --shape release|library --out DIR [--seed N] [--scale F]
+Usage: gen_corpus.py --shape release|library|mixed|compressed --out DIR [--seed N] [--scale F]
 
 The tree is written to DIR/tree; DIR/tree.done records the parameters once the
 tree is complete, and a later call with the same parameters does nothing.
@@ -240,9 +246,39 @@ def gen_library(root, rng, scale):
     return manifest
 
 
+def gen_mixed(root, rng, scale):
+    tpool = text_pool(rng, 4 * MB)
+    manifest = []
+    per_file = max(1, int(4 * MB * scale))
+    for i in range(40):
+        out = bytearray()
+        while len(out) < per_file:
+            out += text_bytes(rng, tpool, rng.randint(2000, 40000))
+            out += rng.randbytes(rng.randint(500, 20000))
+        write(root, "mixed/part%02d.cfg" % i, bytes(out[:per_file]), rng, manifest)
+    return manifest
+
+
+def gen_compressed(root, rng, scale):
+    import zlib
+    tpool = text_pool(rng, 4 * MB)
+    manifest = []
+    for i in range(60):
+        size = max(1, int(rng.randint(1, 3) * 0.55 * MB * scale * 1.0))
+        if i % 3 == 2:
+            data = rng.randbytes(size)
+        else:  # a compressed archive of text, about `size` bytes
+            data = zlib.compress(text_bytes(rng, tpool, size * 4), 9)[:size]
+        write(root, "archives/a%02d.%s" % (i, "bin" if i % 3 == 2 else "z"), data, rng, manifest)
+    return manifest
+
+
+GENERATORS = {"release": None, "library": None, "mixed": gen_mixed, "compressed": gen_compressed}
+
+
 def main():
     ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    ap.add_argument("--shape", choices=["release", "library"], required=True)
+    ap.add_argument("--shape", choices=sorted(GENERATORS), required=True)
     ap.add_argument("--out", required=True)
     ap.add_argument("--seed", type=int, default=20240601)
     ap.add_argument("--scale", type=float, default=1.0)
@@ -261,7 +297,8 @@ def main():
         os.remove(done)
     os.makedirs(tree)
     rng = Rng("%s-%d" % (args.shape, args.seed))
-    manifest = (gen_release if args.shape == "release" else gen_library)(tree, rng, args.scale)
+    generators = dict(GENERATORS, release=gen_release, library=gen_library)
+    manifest = generators[args.shape](tree, rng, args.scale)
     total = sum(s for _, s in manifest)
     ndirs = len({os.path.dirname(rel) for rel, _ in manifest} - {""})
     with open(done, "w") as f:

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <memory>
 
+#include "package/package_layout.h"
+
 
 namespace {
 
@@ -50,7 +52,7 @@ class Reader {
   bool u32(uint32_t& value, const char* what) {
     uint8_t b[4];
     if (!take(b, 4, what)) return false;
-    value = uint32_t(b[0]) | uint32_t(b[1]) << 8 | uint32_t(b[2]) << 16 | uint32_t(b[3]) << 24;
+    value = layout::get_u32(b);
     return true;
   }
 
@@ -92,7 +94,7 @@ class RecordView {
   bool u32(uint32_t& value) {
     if (m_size - m_position < 4) return false;
     const uint8_t* b = m_data + m_position;
-    value = uint32_t(b[0]) | uint32_t(b[1]) << 8 | uint32_t(b[2]) << 16 | uint32_t(b[3]) << 24;
+    value = layout::get_u32(b);
     m_position += 4;
     return true;
   }
@@ -106,6 +108,10 @@ class RecordView {
     m_position += size_t(count) * 2;
     return true;
   }
+
+  size_t position() const { return m_position; }
+  size_t left() const { return m_size - m_position; }
+  const uint8_t* at(size_t position) const { return m_data + position; }
 
   bool string(std::u16string& out) {
     uint32_t count;
@@ -140,13 +146,37 @@ bool read_record(Reader& in, uint32_t minSize, std::vector<uint8_t>& record) {
   return in.take(record.data(), record.size(), "a record runs past the end");
 }
 
+// The check that may open a file record's spare bytes (`record` positioned
+// right after the size field). The CRC of the checked fields, continued over
+// contents whose CRC is the stored one, must give the stored record CRC: so
+// a damaged name, time or size, or a damaged stored value, is found here,
+// and the contents are checked against the record CRC while they are copied.
+// Spare bytes that do not open with the marker are not a check.
+bool read_check(RecordView& record, FileEntry& entry) {
+  if (record.left() < layout::kCheckSize) return true;
+  const uint8_t* check = record.at(record.position());
+  if (layout::get_u32(check) != layout::kCheckMarker) return true;
+  uint32_t contentsCrc = layout::get_u32(check + layout::kU32);
+  uint32_t recordCrc = layout::get_u32(check + 2 * layout::kU32);
+  // Name length, name and time, then (after the offset) the size.
+  size_t nameAndTime = layout::kU32 + 2 * entry.name.size() + layout::kTime;
+  uint32_t fieldsCrc = layout::crc32_of(0, record.at(0), nameAndTime);
+  fieldsCrc = layout::crc32_of(fieldsCrc, record.at(nameAndTime + layout::kU32), layout::kU32);
+  if (uint32_t(crc32_combine(fieldsCrc, contentsCrc, z_off_t(entry.size))) != recordCrc)
+    return false;
+  entry.hasCheck = true;
+  entry.fieldsCrc = fieldsCrc;
+  entry.recordCrc = recordCrc;
+  return true;
+}
+
 bool parse(Reader& in, std::vector<LanguageEntry>& languages, std::vector<FileEntry>& files,
            CatalogueInfo& info) {
   std::vector<uint8_t> scratch;
   uint32_t kind;
   if (!in.u32(kind, "the file ends inside the header kind")) return false;
   info.kind = kind;
-  if (kind == 0) {
+  if (kind == layout::kSingleLanguageKind) {
     LanguageEntry entry;
     entry.language = u"en";
     if (!read_string(in, entry.title1, scratch) || !read_string(in, entry.title2, scratch) ||
@@ -156,10 +186,10 @@ bool parse(Reader& in, std::vector<LanguageEntry>& languages, std::vector<FileEn
   } else {
     uint32_t count;
     if (!in.u32(count, "the file ends inside the language count")) return false;
-    if (uint64_t(count) * kMinLanguageRecordSize > in.left())
+    if (uint64_t(count) * layout::kMinLanguageRecordSize > in.left())
       return in.fail(kDamaged, "more language records than the file can hold");
     for (uint32_t i = 0; i < count; ++i) {
-      if (!read_record(in, kMinLanguageRecordSize, scratch)) return false;
+      if (!read_record(in, layout::kMinLanguageRecordSize, scratch)) return false;
       RecordView record(scratch.data(), scratch.size());
       LanguageEntry entry;
       if (!record.string(entry.language) || !record.string(entry.title1) ||
@@ -172,10 +202,10 @@ bool parse(Reader& in, std::vector<LanguageEntry>& languages, std::vector<FileEn
   files.clear();
   uint32_t count;
   if (!in.u32(count, "the file ends inside the file count")) return false;
-  if (uint64_t(count) * kMinFileRecordSize > in.left())
+  if (uint64_t(count) * layout::kMinFileRecordSize > in.left())
     return in.fail(kDamaged, "more file records than the file can hold");
   for (uint32_t i = 0; i < count; ++i) {
-    if (!read_record(in, kMinFileRecordSize, scratch)) return false;
+    if (!read_record(in, layout::kMinFileRecordSize, scratch)) return false;
     RecordView record(scratch.data(), scratch.size());
     FileEntry entry;
     uint32_t nameLength, offset, size;
@@ -185,6 +215,8 @@ bool parse(Reader& in, std::vector<LanguageEntry>& languages, std::vector<FileEn
       return in.fail(kDamaged, "a file record's fields run past its record");
     entry.offset = offset;
     entry.size = size;
+    if (!read_check(record, entry))
+      return in.fail(kDamaged, "a file record does not match its check");
     files.push_back(std::move(entry));
   }
   return true;
@@ -237,6 +269,19 @@ unsigned read_catalogue(ByteSource& in, uint64_t totalSize, std::vector<Language
       info.fault = fault;
       return kDamaged;
     }
+  }
+  // With every record checked (the builder checks all or none), the data
+  // area holds exactly the files' contents: bytes past the last contents
+  // mean records were lost, a file count damaged to a smaller one say.
+  bool allChecked = true;
+  uint64_t end = 0;
+  for (const FileEntry& entry : files) {
+    allChecked = allChecked && entry.hasCheck;
+    end = std::max(end, entry.offset + entry.size);
+  }
+  if (allChecked && end != dataSize) {
+    info.fault = "the data area holds more than the checked files' contents";
+    return kDamaged;
   }
   return 0;
 }

@@ -1,14 +1,6 @@
 // Reading the working file's header and catalogue from untrusted bytes, and
-// the one gate every catalogue entry passes before it is used.
-//
-// Layout (all integers u32 little-endian; a string is a u32 count N of
-// UTF-16LE units followed by 2*N bytes):
-//   header kind; kind 0: three strings (title 1, title 2, description
-//   reference) of language "en"; any other kind: a count L and L language
-//   records [size S incl. itself, language, title 1, title 2, reference];
-//   file count F and F file records [size S incl. itself, name length N,
-//   name (2*N bytes), last-write FILETIME (low, high), offset, size];
-//   then the data area. Bytes of a record beyond its last field are skipped.
+// the one gate every catalogue entry passes before it is used. The layout is
+// in package/package_layout.h.
 #pragma once
 
 #include <cstddef>
@@ -40,10 +32,6 @@ class MemorySource : public ByteSource {
   size_t m_position = 0;
 };
 
-// Smallest possible records: every field present, all strings empty.
-constexpr uint32_t kMinLanguageRecordSize = 4 + 4 * 4;
-constexpr uint32_t kMinFileRecordSize = 4 + 4 + 8 + 4 + 4;
-
 // What read_catalogue learnt besides the entries.
 struct CatalogueInfo {
   uint32_t kind = 0;       // the header kind (0: single-language header)
@@ -57,8 +45,9 @@ struct CatalogueInfo {
 // replaced, offsets still relative to the data area, which starts at
 // info.dataStart. Returns 0, 13 when the bytes are damaged (a field or
 // record runs past the end, a record is smaller than its fields, a count
-// promises more records than the bytes left can hold, an entry fails the
-// gate; info.fault says which), or the source's read error. Nothing larger
+// promises more records than the bytes left can hold, a file record's
+// fields do not match its check, an entry fails the gate; info.fault says
+// which), or the source's read error. Nothing larger
 // than the bytes left in the file is ever allocated, whatever the counts say.
 unsigned read_catalogue(ByteSource& in, uint64_t totalSize, std::vector<LanguageEntry>& languages,
                         std::vector<FileEntry>& files, CatalogueInfo& info);

@@ -11,7 +11,7 @@ constexpr size_t kInflateChunkSize = 32768;
 
 enum class InflateEngine {
   kZlib,  // reference decoder; always built in
-  kIsal,  // SIMD decoder; built in when its library was found at build time
+  kIsal,  // SIMD decoder; present when its library can be loaded at run time
 };
 
 // Receives decoded output in order, `size` bytes at a time (1..chunk size).
@@ -27,10 +27,11 @@ struct InflateOutcome {
   uint64_t written = 0;     // bytes handed to the sink
 };
 
-// Whether `engine` is built into this program.
+// Whether `engine` can be used on this machine (the SIMD engine needs its
+// library, loaded on first use).
 bool inflate_engine_available(InflateEngine engine);
 
-// The engine the package reader uses: the SIMD one when built in, else zlib.
+// The engine the package reader uses: the SIMD one when present, else zlib.
 InflateEngine default_inflate_engine();
 
 // Short name for reports: "zlib" or "isa-l".
@@ -42,7 +43,7 @@ const char* inflate_engine_name(InflateEngine engine);
 // runs out before it (whatever decoded so far has been written: a short
 // stream is accepted and its consumer judges the result). Bytes after the end
 // marker are ignored. Any invalid data gives 13; the sink keeps what it got.
-// An empty input is success with no output. An engine that is not built in
+// An empty input is success with no output. An engine that is not present
 // falls back to zlib.
 InflateOutcome inflate_stream(const uint8_t* data, uint64_t size, InflateSink& sink,
                               InflateEngine engine = default_inflate_engine(),

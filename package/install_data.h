@@ -23,6 +23,13 @@ struct FileEntry {
   _FILETIME time;       // last-write time given to the installed file
   uint64_t offset = 0;  // absolute offset of the contents in the working file
   uint32_t size = 0;    // length of the contents in bytes
+  // Set when the record carries a check: the copy must then find that the
+  // CRC-32 of the record fields (fieldsCrc) continued over the contents is
+  // recordCrc (see ContentsCheck). Without a check the contents are taken
+  // as they are.
+  bool hasCheck = false;
+  uint32_t fieldsCrc = 0;
+  uint32_t recordCrc = 0;
 };
 
 constexpr uint32_t kCopyBufferSize = 1048576;  // 1 MiB

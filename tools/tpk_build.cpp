@@ -46,6 +46,8 @@ const char kUsage[] =
     "                         texts of the single-language header (used when no\n"
     "                         --lang is given; read as language \"en\")\n"
     "  --level N              deflate level 0-9 (default 6)\n"
+    "  --no-check             leave out the CRC-32 check of each file record\n"
+    "                         (the records then read as in packages without it)\n"
     "  -q, --quiet            no progress display and no summary line\n"
     "  -h, --help             this text\n"
     "  --version              the version\n"
@@ -205,6 +207,7 @@ int main(int argc, char** argv) {
   tpk::Header header;
   int level = 6;
   bool quiet = false;
+  bool checks = true;
   bool singleTexts = false;
   std::vector<std::string> excludes;
   for (int i = 1; i < argc; ++i) {
@@ -243,6 +246,8 @@ int main(int argc, char** argv) {
       if (!value(v) || (level = int(std::strtol(v.c_str(), &end, 10)), *end != 0) || v.empty() ||
           level < 0 || level > 9)
         return usage_error("--level needs a number from 0 to 9");
+    } else if (arg == "--no-check") {
+      checks = false;
     } else if (arg == "-q" || arg == "--quiet") {
       quiet = true;
     } else if (!arg.empty() && arg[0] == '-') {
@@ -279,6 +284,10 @@ int main(int argc, char** argv) {
   if (clamp) clamp_times(files, epoch);
   for (const std::string& w : package_warnings(header, files, output)) warnings.push_back(w);
   for (const std::string& w : warnings) std::fprintf(stderr, "tpk-build: warning: %s\n", w.c_str());
+  if (checks && !tpk::compute_checks(files, error)) {
+    std::fprintf(stderr, "tpk-build: %s\n", error.c_str());
+    return 1;
+  }
 
   bool showProgress = !quiet && isatty(STDERR_FILENO);
   double last = 0;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "package/catalogue.h"
+#include "package/contents_check.h"
 #include "package/inflate_decoder.h"
 #include "project_version.h"
 #include "tools/monotonic_clock.h"
@@ -25,7 +27,9 @@ const char kUsage[] =
     "\n"
     "Prints the header kind, the languages and the catalogue of PACKAGE (name,\n"
     "size, last-write time in UTC to 100 ns) and checks that the package decodes\n"
-    "and that every entry is acceptable and lies inside the data area.\n"
+    "and that every entry is acceptable and lies inside the data area, that\n"
+    "every record carrying a check matches it, and that every checked file's\n"
+    "contents match their record.\n"
     "Each file line: last-write time, size, offset in the data area, name.\n"
     "\n"
     "  --against DIR  instead, what installing into DIR would do with each entry:\n"
@@ -108,6 +112,78 @@ class InflatingSource : public ByteSource {
   uint64_t m_left;
   bool m_ended = false;
 };
+
+// Feeds every checked file's contents to its check as the decoded stream
+// goes past (entries in order of their offsets, any overlap allowed).
+class ContentsChecker : public InflateSink {
+ public:
+  ContentsChecker(const std::vector<FileEntry>& files, uint64_t dataStart)
+      : m_files(files), m_dataStart(dataStart) {
+    for (size_t i = 0; i < files.size(); ++i)
+      if (files[i].hasCheck) m_order.push_back(i);
+    std::sort(m_order.begin(), m_order.end(),
+              [&](size_t a, size_t b) { return files[a].offset < files[b].offset; });
+  }
+  void write(const uint8_t* data, size_t size) override {
+    uint64_t begin = m_position, end = m_position + size;
+    m_position = end;
+    if (end <= m_dataStart) return;
+    for (; m_next < m_order.size() &&
+           m_dataStart + m_files[m_order[m_next]].offset < end;
+         ++m_next)
+      m_active.push_back({m_order[m_next], ContentsCheck(m_files[m_order[m_next]])});
+    for (size_t k = 0; k < m_active.size();) {
+      Active& a = m_active[k];
+      const FileEntry& f = m_files[a.index];
+      uint64_t from = std::max(begin, m_dataStart + f.offset);
+      uint64_t to = std::min(end, m_dataStart + f.offset + f.size);
+      if (from < to) a.check.update(data + (from - begin), size_t(to - from));
+      if (m_dataStart + f.offset + f.size <= end) {
+        if (!a.check.matches()) m_mismatched.push_back(a.index);
+        m_active.erase(m_active.begin() + long(k));
+      } else {
+        ++k;
+      }
+    }
+  }
+  // Indexes of the files whose contents do not match, in the order found
+  // (a file not wholly decoded counts as not matching).
+  std::vector<size_t> mismatched() {
+    for (Active& a : m_active) m_mismatched.push_back(a.index);
+    for (; m_next < m_order.size(); ++m_next)
+      if (m_files[m_order[m_next]].size != 0 || !ContentsCheck(m_files[m_order[m_next]]).matches())
+        m_mismatched.push_back(m_order[m_next]);
+    m_active.clear();
+    return m_mismatched;
+  }
+
+ private:
+  struct Active {
+    size_t index;
+    ContentsCheck check;
+  };
+  const std::vector<FileEntry>& m_files;
+  uint64_t m_dataStart;
+  std::vector<size_t> m_order;
+  size_t m_next = 0;
+  std::vector<Active> m_active;
+  std::vector<size_t> m_mismatched;
+  uint64_t m_position = 0;
+};
+
+// Decodes the package once more and checks every checked file's contents;
+// prints each mismatch and returns how many there were.
+size_t check_contents(const char* path, const uint8_t* data, uint64_t size,
+                      const std::vector<FileEntry>& files, uint64_t dataStart) {
+  ContentsChecker checker(files, dataStart);
+  inflate_stream(data, size, checker);
+  std::vector<size_t> bad = checker.mismatched();
+  for (size_t i : bad)
+    std::fprintf(stderr,
+                 "tpk-list: %s: damaged package: the contents of %s do not match its record\n", path,
+                 tpk::utf16_to_utf8(files[i].name).c_str());
+  return bad.size();
+}
 
 std::string quoted(const std::u16string& text) { return "\"" + tpk::utf16_to_utf8(text) + "\""; }
 
@@ -325,13 +401,18 @@ int main(int argc, char** argv) {
     return 1;
   }
 
+  if (check_contents(path, data, size, files, info.dataStart) != 0) return 1;
+
   if (options.json)
     return print_json(path, size, counter.total(), outcome.reachedEnd, info, languages, files,
                       options.against);
   if (options.against) return print_plan(options.against, files);
 
-  uint64_t contents = 0;
-  for (const FileEntry& f : files) contents += f.size;
+  uint64_t contents = 0, checked = 0;
+  for (const FileEntry& f : files) {
+    contents += f.size;
+    checked += f.hasCheck;
+  }
   std::printf("package: %s\n", path);
   std::printf("compressed: %llu bytes, decoded: %llu bytes%s\n", (unsigned long long)size,
               (unsigned long long)counter.total(),
@@ -341,8 +422,9 @@ int main(int argc, char** argv) {
   for (const LanguageEntry& l : languages)
     std::printf("  %s %s %s %s\n", quoted(l.language).c_str(), quoted(l.title1).c_str(),
                 quoted(l.title2).c_str(), quoted(l.descriptionRef).c_str());
-  std::printf("files: %zu, contents: %llu bytes, data area: %llu bytes at %llu\n", files.size(),
-              (unsigned long long)contents,
+  std::printf("files: %zu (%llu with a CRC-32 check), contents: %llu bytes, data area: %llu bytes "
+              "at %llu\n",
+              files.size(), (unsigned long long)checked, (unsigned long long)contents,
               (unsigned long long)(counter.total() - info.dataStart),
               (unsigned long long)info.dataStart);
   for (const FileEntry& f : files) {

@@ -13,6 +13,8 @@
 #include <cstring>
 #include <memory>
 
+#include "package/package_layout.h"
+
 namespace tpk {
 
 namespace {
@@ -24,22 +26,8 @@ constexpr size_t kWriteChunk = 1 << 18;
 
 std::string errno_text() { return std::strerror(errno); }
 
-void put_u32(std::string& out, uint32_t v) {
-  char b[4] = {char(v), char(v >> 8), char(v >> 16), char(v >> 24)};
-  out.append(b, 4);
-}
-
-void put_units(std::string& out, const std::u16string& s) {
-  for (char16_t c : s) {
-    out.push_back(char(c & 0xFF));
-    out.push_back(char(c >> 8));
-  }
-}
-
-void put_string(std::string& out, const std::u16string& s) {
-  put_u32(out, static_cast<uint32_t>(s.size()));
-  put_units(out, s);
-}
+using layout::put_string;
+using layout::put_u32;
 
 bool walk(const std::string& root, const std::string& relative, dev_t excludeDev,
           ino_t excludeIno, std::vector<SourceFile>& files, std::vector<std::string>& warnings,
@@ -162,6 +150,7 @@ bool pack_file(const SourceFile& file, DeflateWriter& writer, uint8_t* buffer, u
   }
   posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
   uint64_t left = file.size;
+  uint32_t crc = 0;
   bool ok = true;
   for (;;) {
     // One byte more than owed is asked for, to notice a file that grew.
@@ -184,6 +173,7 @@ bool pack_file(const SourceFile& file, DeflateWriter& writer, uint8_t* buffer, u
       ok = false;
       break;
     }
+    if (file.checked) crc = layout::crc32_of(crc, buffer, size_t(n));
     left -= uint64_t(n);
     done += uint64_t(n);
     if (progress) progress(done, total);
@@ -191,6 +181,10 @@ bool pack_file(const SourceFile& file, DeflateWriter& writer, uint8_t* buffer, u
   close(fd);
   if (ok && left != 0) {
     error = file.path + " shrank while it was packed";
+    ok = false;
+  }
+  if (ok && file.checked && crc != file.contentsCrc) {
+    error = file.path + " changed while it was packed";
     ok = false;
   }
   return ok;
@@ -325,28 +319,57 @@ bool collect_tree(const std::string& root, const std::string& exclude,
   return true;
 }
 
+bool compute_checks(std::vector<SourceFile>& files, std::string& error) {
+  std::unique_ptr<uint8_t[]> buffer(new uint8_t[kReadChunk]);
+  for (SourceFile& file : files) {
+    int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+      error = "cannot open " + file.path + ": " + errno_text();
+      return false;
+    }
+    posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    uint32_t crc = 0;
+    uint64_t got = 0;
+    ssize_t n;
+    while ((n = ::read(fd, buffer.get(), kReadChunk)) != 0) {
+      if (n < 0 && errno == EINTR) continue;
+      if (n < 0) {
+        error = "cannot read " + file.path + ": " + errno_text();
+        close(fd);
+        return false;
+      }
+      crc = layout::crc32_of(crc, buffer.get(), size_t(n));
+      got += uint64_t(n);
+    }
+    close(fd);
+    if (got != file.size) {
+      error = file.path + " changed size while it was read";
+      return false;
+    }
+    file.checked = true;
+    file.contentsCrc = crc;
+  }
+  return true;
+}
+
 bool encode_catalogue(const Header& header, const std::vector<SourceFile>& files,
                       std::string& bytes, std::string& error) {
   bytes.clear();
   put_u32(bytes, header.kind);
-  if (header.kind == 0) {
+  if (header.kind == layout::kSingleLanguageKind) {
     put_string(bytes, header.single.title1);
     put_string(bytes, header.single.title2);
     put_string(bytes, header.single.descriptionRef);
   } else {
     put_u32(bytes, static_cast<uint32_t>(header.languages.size()));
     for (const Language& language : header.languages) {
-      uint64_t size = 4 + 16 + 2 * (uint64_t(language.code.size()) + language.title1.size() +
-                                    language.title2.size() + language.descriptionRef.size());
-      if (size > UINT32_MAX) {
+      if (layout::language_record_size(language.code, language.title1, language.title2,
+                                       language.descriptionRef) > UINT32_MAX) {
         error = "language texts too long";
         return false;
       }
-      put_u32(bytes, static_cast<uint32_t>(size));
-      put_string(bytes, language.code);
-      put_string(bytes, language.title1);
-      put_string(bytes, language.title2);
-      put_string(bytes, language.descriptionRef);
+      layout::put_language_record(bytes, language.code, language.title1, language.title2,
+                                  language.descriptionRef);
     }
   }
   if (files.size() > UINT32_MAX) {
@@ -365,18 +388,12 @@ bool encode_catalogue(const Header& header, const std::vector<SourceFile>& files
       error = shown + ": the package's contents pass 4 GiB before this file starts";
       return false;
     }
-    uint64_t recordSize = 4 + 4 + 2 * uint64_t(file.name.size()) + 8 + 4 + 4;
-    if (recordSize > UINT32_MAX) {
+    if (layout::file_record_size(file.name, file.checked) > UINT32_MAX) {
       error = shown + ": name too long";
       return false;
     }
-    put_u32(bytes, static_cast<uint32_t>(recordSize));
-    put_u32(bytes, static_cast<uint32_t>(file.name.size()));
-    put_units(bytes, file.name);
-    put_u32(bytes, static_cast<uint32_t>(file.time));
-    put_u32(bytes, static_cast<uint32_t>(file.time >> 32));
-    put_u32(bytes, static_cast<uint32_t>(offset));
-    put_u32(bytes, static_cast<uint32_t>(file.size));
+    layout::put_file_record(bytes, file.name, file.time, static_cast<uint32_t>(offset),
+                            static_cast<uint32_t>(file.size), file.checked, file.contentsCrc);
     offset += file.size;
   }
   return true;

@@ -31,6 +31,8 @@ struct SourceFile {
   std::u16string name;  // relative name in the package, "/"-separated
   uint64_t time = 0;    // last-write FILETIME, 100-ns ticks since 1601
   uint64_t size = 0;
+  bool checked = false;  // the record carries the check (contentsCrc is set)
+  uint32_t contentsCrc = 0;
 };
 
 // UTF-8 -> UTF-16 (characters above U+FFFF as surrogate pairs; a byte that is
@@ -52,6 +54,11 @@ bool collect_tree(const std::string& root, const std::string& exclude,
                   std::vector<SourceFile>& files, std::vector<std::string>& warnings,
                   std::string& error);
 
+// Reads every file once for the CRC-32 of its contents and marks it for a
+// checked record. False with `error` set when a file cannot be read or its
+// size is not the one collected.
+bool compute_checks(std::vector<SourceFile>& files, std::string& error);
+
 // Header and catalogue bytes of the working file for `files`, packed one
 // after the other in order. False with `error` set when a size, offset or
 // name does not fit the format's 32-bit fields.
@@ -66,7 +73,8 @@ using Progress = std::function<void(uint64_t done, uint64_t total)>;
 // (0-9). Memory use does not depend on the file sizes. The same input gives
 // the same bytes. The package is written beside `output` and renamed into
 // place only when complete. False with `error` set on failure (a file that
-// changed size while it was read is a failure).
+// changed size, or for a checked record its contents, since it was
+// collected is a failure).
 bool write_package(const std::string& output, const Header& header,
                    const std::vector<SourceFile>& files, int level, const Progress& progress,
                    std::string& error);

@@ -13,6 +13,7 @@
 #include "compat/file_system.h"
 #include "compat/text.h"
 #include "install/install_process_data.h"
+#include "package/package_layout.h"
 #include "package/package_loader.h"
 #include "support/test_support.h"
 
@@ -52,7 +53,8 @@ class Sandbox {
   std::u16string targetDir() const { return w(target() + "/"); }
 
   // Writes the contents (after filler, in reverse order so that offsets
-  // matter) into the working file and fills `reader` with the catalogue.
+  // matter) into the working file and fills `reader` with the catalogue,
+  // each entry with the check a built package gives it.
   void buildPackage(PackageReader& reader, const std::vector<PackageFile>& files) const {
     std::string bytes(37, '#');
     reader.files.assign(files.size(), FileEntry());
@@ -61,6 +63,12 @@ class Sandbox {
       reader.files[i].time = files[i].time;
       reader.files[i].offset = bytes.size();
       reader.files[i].size = uint32_t(files[i].bytes.size());
+      const FileEntry& e = reader.files[i];
+      uint64_t time = (uint64_t(e.time.dwHighDateTime) << 32) | e.time.dwLowDateTime;
+      uint32_t contentsCrc = layout::crc32_of(0, files[i].bytes.data(), e.size);
+      reader.files[i].hasCheck = true;
+      reader.files[i].fieldsCrc = layout::fields_crc(e.name, time, e.size);
+      reader.files[i].recordCrc = layout::record_crc(e.name, time, e.size, contentsCrc);
       bytes += files[i].bytes;
     }
     write_file(work(), bytes + "TRAILER");

@@ -1,4 +1,5 @@
 // The compressed stream: LZCompressor and the two inflate engines.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -7,6 +8,7 @@
 #include "compat/text.h"
 #include "fuzz/fuzz_bodies.h"
 #include "package/lz_compressor.h"
+#include "package/simd_inflate_library.h"
 #include "package_test_util.h"
 #include "support/test_support.h"
 
@@ -107,4 +109,19 @@ TEST(InflateTest, EnginesAgree) {
   // The set must exercise both outcomes, or it proves little.
   EXPECT_GT(succeeded, 100u);
   EXPECT_GT(inputs.size() - succeeded, 100u);
+}
+
+// Where the machine has the SIMD inflate library it is loaded and is the
+// default engine (the tests above then hold it against zlib); the binary
+// itself does not need it (see no_simd_test.cpp for a machine without it).
+TEST(InflateTest, SimdLibraryLoadedWherePresent) {
+  void* probe = dlopen(simd_inflate_soname(), RTLD_NOW | RTLD_LOCAL);
+  if (!probe) GTEST_SKIP() << simd_inflate_soname() << " is not installed here";
+  dlclose(probe);
+#ifdef TPL_HAVE_ISAL
+  EXPECT_NE(simd_inflate_library(), nullptr);
+  EXPECT_EQ(default_inflate_engine(), InflateEngine::kIsal);
+#else
+  EXPECT_EQ(default_inflate_engine(), InflateEngine::kZlib);  // built without its header
+#endif
 }

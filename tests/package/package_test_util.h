@@ -8,22 +8,37 @@
 #include <string>
 #include <vector>
 
+#include "package/package_layout.h"
+
 namespace pkgtest {
 
 // A little-endian u32; a counted string (count, then UTF-16LE units).
-inline std::string u32(uint32_t v) { return {char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; }
+inline std::string u32(uint32_t v) {
+  std::string out;
+  layout::put_u32(out, v);
+  return out;
+}
 inline std::string str16(const std::u16string& text) {
-  std::string out = u32(uint32_t(text.size()));
-  for (char16_t c : text) out += {char(c & 0xFF), char(c >> 8)};
+  std::string out;
+  layout::put_string(out, text);
   return out;
 }
 
 // A file record: its size, the fields, then `surplus` bytes the reader must skip.
 inline std::string file_record(const std::u16string& name, uint64_t time, uint32_t offset,
                                uint32_t size, const std::string& surplus = "") {
-  std::string fields = str16(name) + u32(uint32_t(time)) + u32(uint32_t(time >> 32)) + u32(offset) +
-                       u32(size) + surplus;
-  return u32(uint32_t(4 + fields.size())) + fields;
+  std::string out;
+  layout::put_file_record(out, name, time, offset, size, false, 0, surplus);
+  return out;
+}
+
+// The same record with its check, for contents `contents`.
+inline std::string checked_record(const std::u16string& name, uint64_t time, uint32_t offset,
+                                  const std::string& contents) {
+  std::string out;
+  layout::put_file_record(out, name, time, offset, uint32_t(contents.size()), true,
+                          layout::crc32_of(0, contents.data(), contents.size()));
+  return out;
 }
 
 struct TestFile {
@@ -33,12 +48,15 @@ struct TestFile {
 };
 
 // A sound kind-0 working file ("Product", "Vendor", "doc.pdf"), the records
-// with contents laid out one after the other from offset 0, then the data.
-inline std::string working_file(const std::vector<TestFile>& files) {
+// (with their checks when `checked`) with contents laid out one after the
+// other from offset 0, then the data.
+inline std::string working_file(const std::vector<TestFile>& files, bool checked = false) {
   std::string out = u32(0) + str16(u"Product") + str16(u"Vendor") + str16(u"doc.pdf"), data;
   out += u32(uint32_t(files.size()));
   for (const TestFile& f : files) {
-    out += file_record(f.name, f.time, uint32_t(data.size()), uint32_t(f.contents.size()));
+    uint32_t offset = uint32_t(data.size());
+    out += checked ? checked_record(f.name, f.time, offset, f.contents)
+                   : file_record(f.name, f.time, offset, uint32_t(f.contents.size()));
     data += f.contents;
   }
   return out + data;

@@ -113,3 +113,37 @@ TEST(ToolsTest, BuildListLoadRoundTrip) {
   EXPECT_EQ(read_file(package), whole);
   EXPECT_EQ(snapshot(outDir.path()).size(), 3u);  // bad.tpk, langs.tpk, plom8.tpk
 }
+
+// tpk-list checks every checked record at load and every checked file's
+// contents; a package without checks lists as before. --no-check builds one.
+TEST(ToolsTest, ListChecksRecordsAndContents) {
+  TempDir dir;
+  const std::vector<TestFile> files = {{u"a", 1, test_bytes(70000, 1)}, {u"e", 2, ""},
+                                       {u"z", 3, "zed"}};
+  const std::string sound = working_file(files, true);
+  std::string badContents = sound, badRecord = sound;
+  badContents[sound.size() - 3 - 100] ^= 1;  // near the end of "a"'s contents
+  badRecord[sound.rfind(std::string("z\0", 2), sound.size() - 70003)] ^= 1;  // the name "z"
+  struct Case {
+    std::string working;
+    int status;
+    const char* output;
+  } cases[] = {
+      {sound, 0, "files: 3 (3 with a CRC-32 check)"},
+      {working_file(files), 0, "files: 3 (0 with a CRC-32 check)"},
+      {badContents, 1, "the contents of a do not match its record"},
+      {badRecord, 1, "a file record does not match its check"},
+  };
+  for (const Case& c : cases) {
+    write_file(dir / "p.tpk", deflate_raw(c.working));
+    auto [status, out] = run(TPK_LIST_EXE, "'" + (dir / "p.tpk") + "'");
+    EXPECT_EQ(status, c.status) << out;
+    EXPECT_NE(out.find(c.output), std::string::npos) << out;
+  }
+  TempDir src;
+  write_file(src / "f", "x");
+  ASSERT_EQ(run(TPK_BUILD_EXE, "'" + src.path() + "' -q --no-check -o '" + (dir / "n.tpk") + "'")
+                .first, 0);
+  EXPECT_NE(run(TPK_LIST_EXE, "'" + (dir / "n.tpk") + "'").second.find("(0 with a CRC-32"),
+            std::string::npos);
+}

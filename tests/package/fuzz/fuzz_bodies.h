@@ -22,7 +22,8 @@ const char* catalogue_invariant_broken(const uint8_t* data, size_t size);
 
 // Decodes `data` as a raw deflate stream with every built-in engine and two
 // chunk sizes. Returns where they disagree (on success, on reaching the end
-// marker, or on success on the bytes), or null; *verdict gets zlib's code.
+// marker, or on the bytes given out, refused streams included), or null;
+// *verdict gets zlib's code.
 const char* inflate_invariant_broken(const uint8_t* data, size_t size, unsigned* verdict);
 
 // Prints `broken` and aborts, unless it is null.
