@@ -13,6 +13,7 @@
 #include "compat/text.h"
 #include "install/install_process_data.h"
 #include "install/target_path.h"
+#include "package/contents_check.h"
 #include "texts/resources.h"
 
 namespace {
@@ -51,7 +52,7 @@ unsigned seek_to(HANDLE file, uint64_t offset) {
 // Copies `size` bytes of the working file, from where it stands, into
 // `target` through the reader's buffer. Every read asks for the whole buffer;
 // only what belongs to the entry is written.
-unsigned copy_contents(PackageReader& reader, uint64_t size, HANDLE target) {
+unsigned copy_contents(PackageReader& reader, uint64_t size, HANDLE target, ContentsCheck& check) {
   uint64_t remaining = size;
   uint64_t written = 0, handedToDisk = 0;
   while (remaining > 0) {
@@ -66,6 +67,7 @@ unsigned copy_contents(PackageReader& reader, uint64_t size, HANDLE target) {
     } else {
       remaining -= got;
     }
+    check.update(reader.buffer.get(), got);
     unsigned moved = 0;
     FileSystem::WriteFile(target, reader.buffer.get(), got, &moved, nullptr);
     if (moved != got) return kShortWriteError;
@@ -241,7 +243,8 @@ unsigned Installer::placeContents(PackageReader& reader, const FileEntry& entry,
     return fail(code, Step::kReadPackage, target, 0, "the working file cannot be positioned");
   }
   errno = 0;
-  code = copy_contents(reader, entry.size, file);
+  ContentsCheck check(entry);
+  code = copy_contents(reader, entry.size, file, check);
   if (code) {
     int error = errno;
     FileSystem::CloseHandle(file);
@@ -254,7 +257,10 @@ unsigned Installer::placeContents(PackageReader& reader, const FileEntry& entry,
     int error = errno;
     return fail(setLastErrorByErrNo(error), Step::kWriteFile, target, error);
   }
-  // The contents are written, not yet in place: a check of them belongs here.
+  // The contents are written, not yet in place: damaged ones never are.
+  if (!check.matches())
+    return fail(kTruncatedSourceError, Step::kCheckContents, target, 0,
+                "the contents do not match the package's check value");
   if (rename(tempBytes.c_str(), narrow_lib(target).c_str()) != 0) {
     int error = errno;
     return fail(setLastErrorByErrNo(error), Step::kPlaceFile, target, error);
