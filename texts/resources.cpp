@@ -509,6 +509,14 @@ std::vector<std::string> get_lang_codes() {
   return codes;
 }
 
+std::vector<std::string> resource_keys(LangIdType id) {
+  std::vector<std::string> keys;
+  for (const LanguageSource& language : kLanguages)
+    if (language.id == id)
+      for (std::size_t i = 0; i < language.count; ++i) keys.push_back(language.texts[i].key);
+  return keys;
+}
+
 void set_resource_lang(LangIdType id) { g_currentLang.store(id, std::memory_order_relaxed); }
 
 std::u16string LoadResString(const std::string& key) {

@@ -25,6 +25,8 @@ enum LangIdType : int {
 LangIdType get_lang_id_by_lang_code(const std::string& code);
 // The codes of every language, in id order ("ru", "uk", "en", ...).
 std::vector<std::string> get_lang_codes();
+// The keys of `id`'s table in the order written (empty for an unknown id).
+std::vector<std::string> resource_keys(LangIdType id);
 // Makes `id` the current language, unchecked (an unknown id gives empty texts).
 void set_resource_lang(LangIdType id);
 // Text of `key` in the current language, or empty when there is none.

@@ -135,7 +135,13 @@ TEST(DirectoriesTest, TemporaryPathAndFiles) {
     EXPECT_EQ(unnamed.size(), w(dir / "file").size() + 6);
     EXPECT_TRUE(exists(narrow_lib(unnamed)));
 
-    EXPECT_TRUE(isWritePermitted(w(dir.path())));
+    // The probe file goes where GetTempFileName puts it, TMPDIR first,
+    // whatever directory is asked about, and is gone afterwards.
+    const testsupport::Snapshot before = testsupport::snapshot(dir.path());
+    const unsigned long commands = shell_command_count();
+    EXPECT_TRUE(isWritePermitted(w(dir / "no/such/folder")));
+    EXPECT_EQ(shell_command_count(), commands + 2);  // touch, then rm -f
+    EXPECT_TRUE(testsupport::snapshot(dir.path()) == before);
     uint64_t free64 = 0;
     unsigned free32 = 0;
     EXPECT_EQ(FileSystem::GetFreeSpaceTmpDir64(&free64), 0u);

@@ -2,7 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <regex>
 #include <string>
+#include <vector>
 
 #include "support/test_support.h"
 
@@ -13,19 +18,8 @@ namespace {
 // Read during static initialisation, before any test can choose a language.
 const std::u16string kNextBeforeAnyChoice = LoadResString("IDS_WIZARD_NEXT");
 
-const char* const kAllKeys[] = {
-    "IDS_WIZARD_BACK",      "IDS_WIZARD_NEXT",         "IDS_WIZARD_FINISH",
-    "IDS_WIZARD_CANCEL",    "IDS_ACCEPT_CANCEL",       "IDS_TITLE_INSTALLER",
-    "IDS_PREPARECOPY",      "IDS_INSTALL_ERROR",       "IDS_ERROR_NOSOURCE",
-    "IDS_ERROR_NOTARGET",   "IDS_ERROR_NOSPACE",       "IDS_CHOOSEDIR_FOLDER",
-    "IDS_CHOOSEDIR_TITLE",  "IDR_MAINFRAME",           "IDS_SETUP_EMPTYTARGET",
-    "IDS_INSTALL_FINISH",   "IDS_ERROR_DAMAGEDSOURCE", "IDS_DEFPRODUCT",
-    "IDS_DEFPROVIDER",      "IDS_SUCCESS_FINISH",      "IDS_SUCCESS_OPENDESCR",
-    "IDS_PROGRESS_START",   "IDS_ERROR_FINISH",        "IDS_CANCEL_FINISH",
-    "IDS_BROWSE_SELDIR",    "IDS_BROWSE_OK",           "IDS_BROWSE_CANCEL",
-    "IDS_WELCOME_TITLE",    "IDS_SETUP_EXISTEDTARGET", "IDS_DESTINATION_PROMPT",
-    "IDS_TEMPLATE_CATALOG",
-};
+// Every key the program knows: the English table's.
+const std::vector<std::string> kAllKeys = resource_keys(kLangEn);
 
 // Texts are decoded as UTF-8; the current language is English again afterwards.
 class ResourcesTest : public ::testing::Test {
@@ -43,14 +37,42 @@ TEST_F(ResourcesTest, EnglishIsCurrentBeforeAnyChoice) {
   EXPECT_EQ(kNextBeforeAnyChoice, u"Next >");
 }
 
-TEST_F(ResourcesTest, EveryLanguageHasEveryKeyWithText) {
-  static_assert(std::size(kAllKeys) == 31);
+// The keys of a table, sorted; a key written twice shows up twice.
+std::vector<std::string> sorted_keys(LangIdType id) {
+  std::vector<std::string> keys = resource_keys(id);
+  std::sort(keys.begin(), keys.end());
+  return keys;
+}
+
+TEST_F(ResourcesTest, EveryLanguageHasEveryKeyOnceWithText) {
+  const std::vector<std::string> english = sorted_keys(kLangEn);
+  EXPECT_EQ(english.size(), 31u);
+  EXPECT_EQ(std::adjacent_find(english.begin(), english.end()), english.end());
   for (int id = kLangRu; id <= kLangTr; ++id) {
-    for (const char* key : kAllKeys) {
-      EXPECT_FALSE(text_in(LangIdType(id), key).empty()) << "language " << id << " key " << key;
+    EXPECT_EQ(sorted_keys(LangIdType(id)), english) << "language " << id;
+    for (const std::string& key : kAllKeys) {
+      EXPECT_FALSE(text_in(LangIdType(id), key.c_str()).empty()) << "language " << id << " key " << key;
     }
     EXPECT_TRUE(LoadResString("IDS_NOT_A_KEY").empty());
   }
+}
+
+// Every key the program's sources ask for is in the tables.
+TEST_F(ResourcesTest, EveryKeyTheProgramUsesExists) {
+  const std::regex key("\"(ID[SR]_[A-Z_]+)\"");
+  size_t used = 0;
+  for (const char* folder : {"app", "install", "package", "starter", "ui"}) {
+    for (const auto& entry :
+         std::filesystem::recursive_directory_iterator(std::string(TPL_SOURCE_DIR) + "/" + folder)) {
+      std::ifstream in(entry.path());
+      const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+      for (std::sregex_iterator m(text.begin(), text.end(), key), end; m != end; ++m, ++used) {
+        EXPECT_NE(std::find(kAllKeys.begin(), kAllKeys.end(), (*m)[1].str()), kAllKeys.end())
+            << entry.path() << ": " << (*m)[1];
+      }
+    }
+  }
+  EXPECT_GT(used, 20u);
 }
 
 TEST_F(ResourcesTest, CodesMapToTheirIds) {
@@ -73,8 +95,8 @@ TEST_F(ResourcesTest, CodesMapToTheirIds) {
 
 TEST_F(ResourcesTest, UnknownLanguageOrKeyGivesEmptyText) {
   for (int id : {0, 13, -1}) {
-    for (const char* key : kAllKeys) {
-      EXPECT_TRUE(text_in(LangIdType(id), key).empty()) << "language " << id << " key " << key;
+    for (const std::string& key : kAllKeys) {
+      EXPECT_TRUE(text_in(LangIdType(id), key.c_str()).empty()) << "language " << id << " key " << key;
     }
   }
   set_resource_lang(kLangDe);
