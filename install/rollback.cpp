@@ -58,9 +58,12 @@ bool entry_exists(const std::u16string& path) {
   return lstat64(narrow_lib(path).c_str(), &st) == 0;
 }
 
-// What the run wrote at `file` goes first; then the old file returns.
+// What the run wrote at `file` goes first; then the old file returns. When
+// something else still stands there (a folder, which "rm -f" leaves and "mv"
+// would move the old file into), the old file stays in the backup.
 bool restore_file(const std::u16string& saved, const std::u16string& file) {
   FileSystem::DeleteFile(file);
+  if (entry_exists(file)) return false;
   FileSystem::MoveFile(saved, file);
   return !entry_exists(saved) && entry_exists(file);
 }

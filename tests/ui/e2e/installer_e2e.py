@@ -274,6 +274,40 @@ class InstallerE2E(unittest.TestCase):
         self.assertIn(self.tmp, cause)
         self.assertEqual(os.listdir(self.tmp), [])
 
+    def test_kept_backup(self):
+        # The run fails, and its rollback finds the place of an old file taken:
+        # exit 4, the backup folder named and kept; a later start finishes it.
+        shutil.rmtree(self.src, True)
+        write(os.path.join(self.src, "a/old.txt"), "new\n")
+        write(os.path.join(self.src, "z/deep/new.txt"), "new\n")
+        subprocess.run([TPK_BUILD, self.src, "-o", os.path.join(self.kit, "plom8.tpk"), "-q"],
+                       check=True, timeout=60)
+        old = os.path.join(self.dest, "a/old.txt")
+        write(old, "old\n")
+        os.utime(old, (1, 1))
+        self.starter(self.dest)
+        proc = subprocess.Popen([BIN, "usecwd", "-S"], cwd=self.kit, text=True,
+                                env=self.env(DISPLAY="", E2E_STATE_DELAY_MS="400"),
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(proc.kill)
+        wait_until(lambda: open(old).read() == "new\n", "the old file replaced")
+        os.remove(old)
+        os.mkdir(old)  # the old file's place taken
+        write(os.path.join(self.dest, "z"), "in the way\n")  # a file where a folder must go
+        _, err = proc.communicate(timeout=30)
+        self.assertEqual(proc.returncode, 4, err)
+        kept = [d for d in os.listdir(self.tmp) if d.startswith("zqstp")]
+        self.assertEqual(len(kept), 1, os.listdir(self.tmp))
+        self.assertIn(os.path.join(self.tmp, kept[0]), err)
+
+        os.rmdir(old)
+        r = self.run_headless("-S")  # recovery first, then the installation itself
+        self.assertIn("restored " + self.dest, r.stderr)
+        self.assertEqual(r.returncode, 1)  # "z" is still in the way
+        self.assertEqual(open(old).read(), "old\n")
+        self.assertEqual(os.stat(old).st_mtime, 1)
+        self.assertEqual(os.listdir(self.tmp), [])
+
 
 if __name__ == "__main__":
     unittest.main()
