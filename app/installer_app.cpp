@@ -109,17 +109,16 @@ int run_headless_install(const LaunchOptions& options) {
     return kExitFailed;
   }
 
+  RunProgress last;
   {
     ProgressLine line;
     unsigned long seen = session.changeCount();
-    while (!session.settled()) {
-      const RunProgress progress = session.progress();
-      line.show(progress.percent, progress.message);
+    while (!(last = session.progress()).settled()) {
+      line.show(last.percent, last.message);
       seen = session.waitForChange(seen);
     }
   }
   // An error is told while the run rolls back, as the wizard does.
-  const RunProgress last = session.progress();
   if (classify_run(last.state, last.percent) == OutcomeKind::kFailed) report(last.message);
   session.waitReturned();
 

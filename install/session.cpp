@@ -71,13 +71,9 @@ void InstallSession::changed() {
 
 RunProgress InstallSession::progress() {
   RunProgress p;
+  p.returned = m_returned;  // first: a run that had returned has published its last state
   m_data.getInstallState(p.state, p.message, p.percent);
   return p;
-}
-
-bool InstallSession::settled() {
-  RunProgress p = progress();
-  return p.state != 0 || p.percent >= 100 || m_returned;
 }
 
 unsigned long InstallSession::waitForChange(unsigned long seen) {

@@ -39,11 +39,16 @@ struct InstallOutcome {
 // percent and whether a cancel was asked for.
 OutcomeKind classify_run(unsigned state, int percent);
 
-// The latest state a run published.
+// The latest state a run published, read in one go.
 struct RunProgress {
   unsigned state = 0;
   std::u16string message;
   int percent = 0;
+  bool returned = false;  // the run had returned before the state was read
+
+  // The run has published its last state (installed, failed or cancelled)
+  // or has returned: this state is final.
+  bool settled() const { return state != 0 || percent >= 100 || returned; }
 };
 
 class InstallSession {
@@ -63,9 +68,7 @@ class InstallSession {
   bool start(const std::u16string& target);
 
   RunProgress progress();
-  // The run has published its last state (installed, failed or cancelled)
-  // or has returned.
-  bool settled();
+  bool settled() { return progress().settled(); }
   // No run is under way: none was started, or it has returned (rollback
   // or finishing pause over).
   bool returned() const { return m_returned; }

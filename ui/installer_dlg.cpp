@@ -419,7 +419,7 @@ void CInstallerDlg::showProgressPage() {
       m_progressPage->setProgress(progress.percent);
       shown = progress.percent;
     }
-    if (m_session.settled()) break;
+    if (progress.settled()) break;
     gtk_main_iteration();
   }
   m_runOver = true;
