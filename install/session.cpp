@@ -35,6 +35,7 @@ bool InstallSession::start(const std::u16string& target) {
   m_data.init(&m_package, target);
   m_returned = false;
   if (int error = m_thread.start(&InstallSession::updateProgress, this)) {
+    m_returned = true;
     m_outcome.status = failure(ERROR_INVALID_PARAMETER, Step::kStartWorker, target, error);
     m_finished = true;
     return false;
