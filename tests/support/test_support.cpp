@@ -79,8 +79,9 @@ static void walk(const std::string& root, const std::string& rel, Snapshot& out)
       walk(root, r, out);
     } else {
       std::ostringstream v;
-      v << "f " << st.st_mtim.tv_sec << "." << st.st_mtim.tv_nsec << " "
-        << read_file(root + "/" + r);
+      // Only a regular file is read: a FIFO would block, a device never end.
+      v << (S_ISREG(st.st_mode) ? "f " : "s ") << st.st_mtim.tv_sec << "." << st.st_mtim.tv_nsec
+        << " " << (S_ISREG(st.st_mode) ? read_file(root + "/" + r) : "");
       out[r] = v.str();
     }
   }
