@@ -38,9 +38,7 @@ class StarterTest : public ::testing::Test {
   std::string home(const std::string& relative) const { return m_home + "/" + relative; }
   // Writes `bytes` to HOME/relative, creating the folders on the way.
   void put(const std::string& relative, const std::string& bytes) const {
-    std::string path = home(relative);
-    ASSERT_EQ(std::system(("mkdir -p '" + path.substr(0, path.rfind('/')) + "'").c_str()), 0);
-    testsupport::write_file(path, bytes);
+    write_file(home(relative), bytes);
   }
 
   testsupport::TempDir m_root;

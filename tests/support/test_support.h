@@ -36,6 +36,7 @@ class ScopedEnv {
   std::string m_old;
 };
 
+// Writes `bytes` to `path`, making its folders first; throws when it cannot.
 void write_file(const std::string& path, const std::string& bytes);
 std::string read_file(const std::string& path);
 bool exists(const std::string& path);

@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <string>
 
 #include "support/test_support.h"
@@ -39,10 +38,9 @@ inline std::string q(const std::string& path) {
   return out + "'";
 }
 
-// Writes `contents` to `path`, its folders made, with the given modification time.
+// Writes `contents` to `path` with the given modification time.
 inline void put(const std::string& path, const std::string& contents, int64_t seconds = 1600000000,
                 long nanoseconds = 0) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   testsupport::write_file(path, contents);
   testsupport::set_mtime(path, seconds, nanoseconds);
 }
