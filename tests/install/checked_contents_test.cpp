@@ -17,7 +17,6 @@ TEST(CheckedContentsTest, DamagedContentsFailTheRunOnlyWhenChecked) {
     SCOPED_TRACE(checked ? "checked records" : "records without a check");
     Sandbox box;
     const std::string src = box.root() + "/src";
-    ASSERT_EQ(std::system(("mkdir -p '" + src + "/sub'").c_str()), 0);
     write_file(src + "/a.txt", "first file\n");
     write_file(src + "/sub/b.txt", "second file, the damaged one\n");
     write_file(box.target() + "/a.txt", "an older copy\n");

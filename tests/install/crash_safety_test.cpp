@@ -60,39 +60,44 @@ Snapshot without_tmp(Snapshot s) {
   return s;
 }
 
-unsigned run_install(PackageReader& reader, const std::u16string& dir, Installer& installer) {
-  InstallProcessData data;
-  data.init(&reader, dir);
-  return installer.run(&data);
-}
-
 // The child's abort point: the journal record after which it dies.
 unsigned g_abortAt = 0;
 unsigned g_records = 0;
-int g_pausePipe = -1;  // when set, the child waits on it at g_abortAt instead of dying
+// When set, the child tells the parent on pause[1] and waits on pause[0]
+// at g_abortAt instead of dying.
+const int* g_pause = nullptr;
 
 void abort_at_step(unsigned) {
   if (++g_records != g_abortAt) return;
-  if (g_pausePipe < 0) _exit(70);
+  if (!g_pause) _exit(70);
   char c;
-  (void)!write(g_pausePipe + 1, "p", 1);  // tell the parent, then wait for it
-  (void)!read(g_pausePipe, &c, 1);
+  (void)!write(g_pause[1], "p", 1);
+  (void)!read(g_pause[0], &c, 1);
 }
 
-// Runs one install in a child that dies after journal record `step`; its
-// exit status (70 when it died there, 0 when the run ended first).
-int run_child_until(PackageReader& reader, const std::u16string& dir, unsigned step) {
+// Starts one install in a child that dies after journal record `step`, or
+// with `pause` waits there (see abort_at_step).
+pid_t start_child(PackageReader& reader, const std::u16string& dir, unsigned step,
+                  const int* pause = nullptr) {
   pid_t pid = fork();
   if (pid == 0) {
+    g_pause = pause;
     g_records = 0;
     g_abortAt = step;
     set_journal_step_hook(abort_at_step);
     Installer installer(0);
     _exit(run_install(reader, dir, installer) == 0 ? 0 : 1);
   }
+  return pid;
+}
+// The child's exit status: 70 when it died at its step, 0 when the run ended first.
+int wait_child(pid_t pid) {
   int status = 0;
   waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+int run_child_until(PackageReader& reader, const std::u16string& dir, unsigned step) {
+  return wait_child(start_child(reader, dir, step));
 }
 
 // An install over an older copy: replaced, kept (newer), the user's own
@@ -180,27 +185,16 @@ TEST(CrashSafetyTest, OneRunPerTargetAndALiveRunIsNotRecovered) {
     int pipes[2][2];
     ASSERT_EQ(pipe(pipes[0]), 0);
     ASSERT_EQ(pipe(pipes[1]), 0);
-    pid_t pid = fork();
-    if (pid == 0) {
-      // Waits after its fourth record (some folders and files changed already).
-      g_pausePipe = pipes[0][0];
-      dup2(pipes[1][1], pipes[0][0] + 1);
-      g_records = 0;
-      g_abortAt = 4;
-      set_journal_step_hook(abort_at_step);
-      Installer installer(0);
-      _exit(run_install(s.reader, target, installer) == 0 ? 0 : 1);
-    }
+    // The child waits after its fourth record (some folders and files changed already).
+    const int pause[] = {pipes[0][0], pipes[1][1]};
+    const pid_t pid = start_child(s.reader, target, 4, pause);
     char c;
     ASSERT_EQ(read(pipes[1][0], &c, 1), 1);
     const Snapshot during = full_snapshot(s.box.root());
 
     Installer second(0);
     StateLog log;
-    InstallProcessData data;
-    log.attach(data);
-    data.init(&s.reader, target);
-    EXPECT_EQ(second.run(&data), kTargetBusy);
+    EXPECT_EQ(run_install(s.reader, target, second, &log), kTargetBusy);
     ASSERT_FALSE(log.states.empty());
     EXPECT_EQ(log.states.back().message, LoadResString("IDS_INSTALL_ERROR"));
     EXPECT_EQ(second.failure().step, Step::kLockTarget);
@@ -208,9 +202,7 @@ TEST(CrashSafetyTest, OneRunPerTargetAndALiveRunIsNotRecovered) {
     EXPECT_EQ(snapshot_difference(during, full_snapshot(s.box.root())), "");
 
     ASSERT_EQ(write(pipes[0][1], "go", 1), 1);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(wait_child(pid), 0);
     EXPECT_EQ(read_file(s.t + sub + "a.txt"), "new a again");
     EXPECT_TRUE(full_snapshot(s.box.tmp()).empty());
     for (auto& p : pipes) close(p[0]), close(p[1]);
@@ -219,8 +211,9 @@ TEST(CrashSafetyTest, OneRunPerTargetAndALiveRunIsNotRecovered) {
 
 // Names planted in the temporary directory are passed over: a folder of the
 // user's with contents and a link to another folder are never entered or
-// removed, by the run or by recovery.
-TEST(CrashSafetyTest, PlantedBackupNamesAreNeverEnteredOrRemoved) {
+// removed, by the run or by recovery. A newer installed file is kept even
+// when it cannot be read. A failure names the cause with the system's reason.
+TEST(CrashSafetyTest, PlantedBackupNamesUnreadableFilesAndFailureCauses) {
   for (bool fail : {false, true}) {
     SCOPED_TRACE(fail ? "failed run" : "successful run");
     OverOlderCopy s;
@@ -232,6 +225,7 @@ TEST(CrashSafetyTest, PlantedBackupNamesAreNeverEnteredOrRemoved) {
     write_file(victim + "/a.txt", "the victim's");
     ASSERT_EQ(symlink(victim.c_str(), (tmp + "zqstp1").c_str()), 0);
     ASSERT_EQ(symlink("/nowhere", (tmp + "zqstp2").c_str()), 0);
+    ASSERT_EQ(chmod((s.t + "newer.txt").c_str(), 0), 0);
     if (fail) write_file(s.t + "fresh", "a file where a folder must go");
     const Snapshot planted = full_snapshot(s.box.tmp());
     const Snapshot victimBefore = full_snapshot(victim);
@@ -243,44 +237,27 @@ TEST(CrashSafetyTest, PlantedBackupNamesAreNeverEnteredOrRemoved) {
     EXPECT_TRUE(recover_interrupted_runs().empty());
     EXPECT_EQ(snapshot_difference(planted, full_snapshot(s.box.tmp())), "");
     EXPECT_EQ(snapshot_difference(victimBefore, full_snapshot(victim)), "");
+    const Snapshot after = full_snapshot(s.box.target());
+    EXPECT_EQ(after.at("newer.txt"), before.at("newer.txt"));
     if (fail) {
-      EXPECT_EQ(snapshot_difference(before, full_snapshot(s.box.target())), "");
+      EXPECT_EQ(snapshot_difference(before, after), "");
+      EXPECT_EQ(describe(installer.failure()), "cannot create " + s.t + "fresh/x/n.txt: Not a directory");
+      EXPECT_TRUE(installer.keptBackupDir().empty());
+    } else {
+      EXPECT_TRUE(installer.failure().ok());
     }
   }
 }
 
-// A newer installed file is kept even when it cannot be read; the target's
-// spelling with ".." and the length of its paths; what a failure reports.
-TEST(CrashSafetyTest, TargetSpellingLengthUnreadableFilesAndFailureCauses) {
+// The target's spelling with ".." (a folder named on the way is never made)
+// and the length of its paths.
+TEST(CrashSafetyTest, TargetSpellingAndLength) {
   {
-    SCOPED_TRACE("unreadable newer file");
     OverOlderCopy s;
-    ASSERT_EQ(chmod((s.t + "newer.txt").c_str(), 0), 0);
-    const std::string before = full_snapshot(s.box.target())["newer.txt"];
     Installer installer(0);
-    EXPECT_EQ(run_install(s.reader, s.box.targetDir(), installer), 0u);
-    EXPECT_EQ(full_snapshot(s.box.target())["newer.txt"], before);
-    EXPECT_TRUE(full_snapshot(s.box.tmp()).empty());
-  }
-  for (bool fail : {false, true}) {
-    SCOPED_TRACE(fail ? "'..' target, failed run" : "'..' target");
-    OverOlderCopy s;
-    if (fail) write_file(s.t + "v", "a file where the target must go");
-    const Snapshot before = without_tmp(full_snapshot(s.box.root()));
-    Installer installer(0);
-    const unsigned code = run_install(s.reader, w(s.t + "u/w/../../v/./"), installer);
-    EXPECT_EQ(code, fail ? ERROR_PATH_NOT_FOUND : 0u);
+    EXPECT_EQ(run_install(s.reader, w(s.t + "u/w/../../v/./"), installer), 0u);
     EXPECT_FALSE(exists(s.t + "u"));
-    if (fail) {
-      EXPECT_EQ(snapshot_difference(before, without_tmp(full_snapshot(s.box.root()))), "");
-      // A file standing where a folder must go is named with the system's reason.
-      EXPECT_EQ(installer.failure().code, ERROR_PATH_NOT_FOUND);
-      EXPECT_EQ(describe(installer.failure()), "cannot create " + s.t + "v/a.txt: Not a directory");
-      EXPECT_TRUE(installer.keptBackupDir().empty());
-    } else {
-      EXPECT_EQ(read_file(s.t + "v/fresh/x/n.txt"), "new n");
-      EXPECT_TRUE(installer.failure().ok());
-    }
+    EXPECT_EQ(read_file(s.t + "v/fresh/x/n.txt"), "new n");
   }
   {
     SCOPED_TRACE("paths past PATH_MAX");
@@ -311,8 +288,6 @@ TEST(CrashSafetyTest, AKeptBackupIsFinishedByALaterRecovery) {
   const Snapshot before = without_tmp(full_snapshot(s.box.root()));
   Installer installer(0);
   StateLog log;
-  InstallProcessData data;
-  log.attach(data);
   // When the fourth entry is reached, old/b.txt is in the backup; its folder
   // is then taken by a file.
   log.onState = [&](const StateLog::State&) {
@@ -320,8 +295,7 @@ TEST(CrashSafetyTest, AKeptBackupIsFinishedByALaterRecovery) {
     EXPECT_EQ(system(("rm -rf '" + s.t + "old'").c_str()), 0);
     write_file(s.t + "old", "in the way");
   };
-  data.init(&s.reader, s.box.targetDir());
-  EXPECT_EQ(installer.run(&data), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(run_install(s.reader, s.box.targetDir(), installer, &log), ERROR_PATH_NOT_FOUND);
   EXPECT_EQ(installer.failure().step, Step::kCreateFile);
   ASSERT_FALSE(installer.keptBackupDir().empty());
   const std::string kept = narrow_lib(installer.keptBackupDir());
@@ -360,14 +334,9 @@ TEST(CrashSafetyTest, JournalLinesRoundTrip) {
                            encode_entry(saved).substr(0, 20);
   const std::vector<JournalEntry> read = parse_journal(text);
   ASSERT_EQ(read.size(), 2u);
-  for (const JournalEntry& e : read) {
-    EXPECT_EQ(e.path, saved.path);
-    EXPECT_EQ(e.inode, saved.inode);
-    EXPECT_EQ(e.sec[0], -5);
-    EXPECT_EQ(e.nsec[0], 999999999);
-    EXPECT_EQ(e.sec[1], 1700000000);
-    EXPECT_EQ(e.nsec[1], 1);
-  }
+  for (const JournalEntry& e : read)
+    EXPECT_TRUE(e.path == saved.path && e.inode == saved.inode && e.sec[0] == -5 &&
+                e.nsec[0] == 999999999 && e.sec[1] == 1700000000 && e.nsec[1] == 1);
   EXPECT_EQ(read[0].op, JournalOp::kSavedFile);
   EXPECT_EQ(read[1].op, JournalOp::kTimes);
 }

@@ -35,16 +35,6 @@ std::string pattern_bytes(size_t size, unsigned seed) {
   return s;
 }
 
-// One run of a fresh Installer without the finishing pause.
-unsigned run_install(PackageReader& reader, const std::u16string& dir, StateLog& log,
-                     int pauseMs = 0) {
-  InstallProcessData data;
-  log.attach(data);
-  data.setCancel(true);  // left over from an earlier run: init clears it
-  data.init(&reader, dir);
-  return Installer(pauseMs).run(&data);
-}
-
 TEST(InstallerTest, FreshInstallCopiesEveryFileWithItsTime) {
   const std::vector<PackageFile> files = {
       {"top.txt", "hello", file_time(1600000000, 123456700)},

@@ -13,6 +13,7 @@
 #include "compat/file_system.h"
 #include "compat/text.h"
 #include "install/install_process_data.h"
+#include "install/installer.h"
 #include "package/package_layout.h"
 #include "package/package_loader.h"
 #include "support/test_support.h"
@@ -116,5 +117,22 @@ struct StateLog {
         this);
   }
 };
+
+// One run with fresh run data, its states going to `log` when given. The
+// cancel flag is set as an earlier run may have left it: init clears it.
+inline unsigned run_install(PackageReader& reader, const std::u16string& dir, Installer& installer,
+                            StateLog* log = nullptr) {
+  InstallProcessData data;
+  if (log) log->attach(data);
+  data.setCancel(true);
+  data.init(&reader, dir);
+  return installer.run(&data);
+}
+// The same with a fresh Installer, by default without the finishing pause.
+inline unsigned run_install(PackageReader& reader, const std::u16string& dir, StateLog& log,
+                            int pauseMs = 0) {
+  Installer installer(pauseMs);
+  return run_install(reader, dir, installer, &log);
+}
 
 }  // namespace installtest

@@ -49,7 +49,6 @@ TEST(ToolsTest, BuildListLoadRoundTrip) {
   TempDir tmp, src, outDir;
   ScopedEnv env("TMPDIR", tmp.path());
   for (const TreeFile& f : kTree) {
-    std::filesystem::create_directories(std::filesystem::path(src / f.rel).parent_path());
     write_file(src / f.rel, f.contents);
     set_mtime(src / f.rel, f.seconds, f.nanoseconds);
   }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -41,6 +42,8 @@ ScopedEnv::~ScopedEnv() {
 }
 
 void write_file(const std::string& path, const std::string& bytes) {
+  std::error_code ignored;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << bytes;
   if (!out) throw std::runtime_error("cannot write " + path);
@@ -79,8 +82,9 @@ static void walk(const std::string& root, const std::string& rel, Snapshot& out)
       walk(root, r, out);
     } else {
       std::ostringstream v;
-      v << "f " << st.st_mtim.tv_sec << "." << st.st_mtim.tv_nsec << " "
-        << read_file(root + "/" + r);
+      // Only a regular file is read: a FIFO would block, a device never end.
+      v << (S_ISREG(st.st_mode) ? "f " : "s ") << st.st_mtim.tv_sec << "." << st.st_mtim.tv_nsec
+        << " " << (S_ISREG(st.st_mode) ? read_file(root + "/" + r) : "");
       out[r] = v.str();
     }
   }

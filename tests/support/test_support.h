@@ -36,6 +36,7 @@ class ScopedEnv {
   std::string m_old;
 };
 
+// Writes `bytes` to `path`, making its folders first; throws when it cannot.
 void write_file(const std::string& path, const std::string& bytes);
 std::string read_file(const std::string& path);
 bool exists(const std::string& path);
@@ -43,7 +44,8 @@ bool exists(const std::string& path);
 void set_mtime(const std::string& path, int64_t seconds, long nanoseconds);
 
 // Everything below a directory: relative path -> "d" for a directory, or
-// "f <mtime ns> <bytes>" for a file; compare two snapshots with ==.
+// "f <mtime ns> <bytes>" for a regular file ("s <mtime ns> " for anything else
+// that is not a directory); compare two snapshots with ==.
 using Snapshot = std::map<std::string, std::string>;
 Snapshot snapshot(const std::string& root);
 

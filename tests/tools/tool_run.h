@@ -38,6 +38,17 @@ inline std::string q(const std::string& path) {
   return out + "'";
 }
 
+// Writes `contents` to `path` with the given modification time.
+inline void put(const std::string& path, const std::string& contents, int64_t seconds = 1600000000,
+                long nanoseconds = 0) {
+  testsupport::write_file(path, contents);
+  testsupport::set_mtime(path, seconds, nanoseconds);
+}
+
+// The package tools under test, quoted for the shell.
+inline const std::string kBuild = q(TPK_BUILD_EXE);
+inline const std::string kList = q(TPK_LIST_EXE);
+
 inline bool contains(const std::string& text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }

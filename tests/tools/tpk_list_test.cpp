@@ -16,15 +16,6 @@ using namespace tooltest;
 
 namespace {
 
-const std::string kBuild = q(TPK_BUILD_EXE);
-const std::string kList = q(TPK_LIST_EXE);
-
-void put(const std::string& path, const std::string& contents, int64_t seconds, long nanoseconds) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  write_file(path, contents);
-  set_mtime(path, seconds, nanoseconds);
-}
-
 std::string hex(const std::string& bytes) {
   static const char kDigits[] = "0123456789abcdef";
   std::string out;

@@ -60,18 +60,13 @@ inline std::string box(GtkMessageType type, const std::string& body,
   return std::string(kinds[type]) + " " + title + ": " + body;
 }
 
-// Makes the folders of `path` and writes `bytes` there.
-inline void put_file(const std::string& path, const std::string& bytes) {
-  ASSERT_EQ(g_mkdir_with_parents(path.substr(0, path.rfind('/')).c_str(), 0700), 0);
-  testsupport::write_file(path, bytes);
-}
-
 class WizardTest : public ::testing::Test {
  protected:
   void SetUp() override {
     for (const std::string& dir : {m_home + "/.local/share", m_tmp, m_kit})
       ASSERT_EQ(g_mkdir_with_parents(dir.c_str(), 0700), 0);
-    put_file(m_root / "bin/xdg-open", "#!/bin/sh\nprintf '%s\\n' \"$@\" >> '" + m_opened + "'\n");
+    testsupport::write_file(m_root / "bin/xdg-open",
+                            "#!/bin/sh\nprintf '%s\\n' \"$@\" >> '" + m_opened + "'\n");
     std::filesystem::permissions(m_root / "bin/xdg-open", std::filesystem::perms::owner_all);
     std::filesystem::current_path(m_kit);
     source("trade/retail/template.xml", "<template id=\"retail\"/>\n");
@@ -98,7 +93,7 @@ class WizardTest : public ::testing::Test {
   }
 
   void source(const std::string& name, const std::string& bytes) {
-    put_file(m_src + "/" + name, bytes);
+    testsupport::write_file(m_src + "/" + name, bytes);
   }
   // Packs the sources into kit/plom8.tpk with records {code, product, vendor,
   // document} (none: a header without language texts).

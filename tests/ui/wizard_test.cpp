@@ -64,7 +64,7 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
   buildPackage({{"ru", "Шаблоны", "Поставщик", "/docs/missing.html"},
                 {"en", "Demo Templates", "Demo Vendor", "\\docs\\read me $HOME \"1\".html"}});
   const std::string old = m_root / "old";
-  put_file(m_cfg, "ConfigurationTemplatesLocation=" + old + "\n");
+  testsupport::write_file(m_cfg, "ConfigurationTemplatesLocation=" + old + "\n");
   testsupport::SlowRun slow(150);
   CInstallerDlg& dialog = start();
   const auto w = dialog.widgets();
@@ -140,7 +140,7 @@ TEST_F(Flow, DirectoryWithALatin1NameIsShownReadablyAndUsedByteForByte) {
   buildPackage({{"en", "P", "V", ""}});
   const std::string latin1 = m_root / "caf\xE9", shown = m_root / "caf\xEF\xBF\xBD";  // U+FFFD
   ASSERT_EQ(g_mkdir_with_parents(latin1.c_str(), 0700), 0);
-  put_file(m_cfg, "ConfigurationTemplatesLocation=" + latin1 + "\n");
+  testsupport::write_file(m_cfg, "ConfigurationTemplatesLocation=" + latin1 + "\n");
   CInstallerDlg& dialog = start();
   CLICK(dialog.widgets().next);
   DirSelectPage& page = *dialog.dirSelectPage();
@@ -179,8 +179,8 @@ TEST_F(Flow, DirectoryWithALatin1NameIsShownReadablyAndUsedByteForByte) {
 TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
   for (int i = 0; i < 30; ++i) source("many/file" + std::to_string(i) + ".txt", "new contents\n");
   buildPackage({{"en", "P", "V", std::string("/") + kDoc}});
-  put_file(m_dest + "/" + kDoc, "mine\n");
-  put_file(m_dest + "/many/file3.txt", "older copy\n");
+  testsupport::write_file(m_dest + "/" + kDoc, "mine\n");
+  testsupport::write_file(m_dest + "/many/file3.txt", "older copy\n");
   testsupport::set_mtime(m_dest + "/many/file3.txt", 1000000000, 0);
   const testsupport::Snapshot before = snapshot(m_dest);
   testsupport::SlowRun slow(40);
@@ -214,7 +214,7 @@ TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
 
 TEST_F(Flow, FailedRunShowsTheErrorThenTheErrorPage) {
   buildPackage({{"en", "P", "V", ""}});
-  put_file(m_cfg, "ConfigurationTemplatesLocation=/old\n");
+  testsupport::write_file(m_cfg, "ConfigurationTemplatesLocation=/old\n");
   // One of the package's files would land where a folder stands.
   ASSERT_EQ(g_mkdir_with_parents((m_dest + "/trade/retail/settings.ini/in").c_str(), 0700), 0);
   const testsupport::Snapshot before = snapshot(m_dest);
@@ -265,7 +265,7 @@ TEST_F(Flow, SilentRunRefusesAMissingOrDamagedPackageAndAnEmptyTarget) {
   testsupport::write_file(m_kit + "/plom8.tpk", std::string(10, '\0'));
   refused("IDS_ERROR_DAMAGEDSOURCE", "(no final page)");
   buildPackage({{"en", "P", "V", ""}});
-  put_file(m_cfg, "ConfigurationTemplatesLocation=http://example.org/templates\n");
+  testsupport::write_file(m_cfg, "ConfigurationTemplatesLocation=http://example.org/templates\n");
   refused("IDS_SETUP_EMPTYTARGET", text("IDS_ERROR_FINISH"));
 }
 

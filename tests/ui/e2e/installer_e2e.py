@@ -33,6 +33,13 @@ def write(path, data):
         f.write(data if isinstance(data, bytes) else data.encode())
 
 
+def read_pty(fd):  # b"" at the end (Linux reports EIO once the other side is closed)
+    try:
+        return os.read(fd, 65536)
+    except OSError:
+        return b""
+
+
 def read(path):
     with open(path, encoding="utf-8") as f:
         return f.read()
@@ -93,6 +100,12 @@ class InstallerE2E(unittest.TestCase):
         return subprocess.run([BIN, "usecwd", *args], cwd=self.kit, env=self.env(DISPLAY=""),
                               capture_output=True, text=True, timeout=30)
 
+    def spawn(self, *args, delay="100", out=subprocess.PIPE):  # headless, each state held `delay` ms
+        proc = subprocess.Popen([BIN, "usecwd", *args], cwd=self.kit, text=True, stdout=out,
+                                stderr=out, env=self.env(DISPLAY="", E2E_STATE_DELAY_MS=delay))
+        self.addCleanup(proc.kill)
+        return proc
+
     def test_keyboard_cancel(self):
         self.package("en:Demo Templates:Demo Vendor:/docs/about it.html", files=40)
         write(os.path.join(self.dest, "mine.txt"), "mine\n")
@@ -146,13 +159,7 @@ class InstallerE2E(unittest.TestCase):
                            stdout=subprocess.PIPE, stderr=slave, timeout=30)
         os.close(slave)
         shown = b""
-        while True:
-            try:
-                chunk = os.read(master, 65536)
-            except OSError:
-                break
-            if not chunk:
-                break
+        while chunk := read_pty(master):
             shown += chunk
         os.close(master)
         self.assertEqual(r.returncode, 0)
@@ -164,10 +171,7 @@ class InstallerE2E(unittest.TestCase):
         other = os.path.join(self.root, "other")
         os.makedirs(other)
         self.starter(other)
-        proc = subprocess.Popen([BIN, "usecwd", "-S", "-Len"], cwd=self.kit, text=True,
-                                env=self.env(DISPLAY="", E2E_STATE_DELAY_MS="100"),
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        self.addCleanup(proc.kill)
+        proc = self.spawn("-S", "-Len")
         wait_until(lambda: os.listdir(other), "the first installed file")
         proc.send_signal(signal.SIGINT)
         _, err = proc.communicate(timeout=20)
@@ -200,10 +204,7 @@ class InstallerE2E(unittest.TestCase):
         target = os.path.join(self.root, "target")
         write(os.path.join(target, "mine.txt"), "mine\n")
         self.starter(target)
-        proc = subprocess.Popen([BIN, "usecwd", "-S"], cwd=self.kit, text=True,
-                                env=self.env(DISPLAY="", E2E_STATE_DELAY_MS="100"),
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        self.addCleanup(proc.kill)
+        proc = self.spawn("-S")
         wait_until(lambda: os.listdir(self.tmp), "the working file")
         proc.send_signal(signal.SIGTERM)
         proc.communicate(timeout=30)
@@ -220,9 +221,7 @@ class InstallerE2E(unittest.TestCase):
         before = {p: (os.stat(p).st_mtime_ns, open(p, "rb").read())
                   for p in (os.path.join(target, "mine.txt"),
                             os.path.join(target, "trade/retail/template.xml"))}
-        proc = subprocess.Popen([BIN, "usecwd", "-S"], cwd=self.kit,
-                                env=self.env(DISPLAY="", E2E_STATE_DELAY_MS="100"),
-                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        proc = self.spawn("-S", out=subprocess.DEVNULL)
         wait_until(lambda: os.path.exists(os.path.join(target, "trade/retail/forms")), "a new folder")
         proc.kill()
         proc.wait(10)
@@ -286,10 +285,7 @@ class InstallerE2E(unittest.TestCase):
         write(old, "old\n")
         os.utime(old, (1, 1))
         self.starter(self.dest)
-        proc = subprocess.Popen([BIN, "usecwd", "-S"], cwd=self.kit, text=True,
-                                env=self.env(DISPLAY="", E2E_STATE_DELAY_MS="400"),
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        self.addCleanup(proc.kill)
+        proc = self.spawn("-S", delay="400")
         wait_until(lambda: open(old).read() == "new\n", "the old file replaced")
         os.remove(old)
         os.mkdir(old)  # the old file's place taken
