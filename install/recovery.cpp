@@ -38,22 +38,6 @@ bool read_journal(int dirFd, std::string& text) {
   return ours;
 }
 
-bool holds_entries(int dirFd) {
-  int copy = dup(dirFd);
-  DIR* dir = copy >= 0 ? fdopendir(copy) : nullptr;
-  if (!dir) {
-    if (copy >= 0) close(copy);
-    return true;  // cannot tell: treat as not empty
-  }
-  bool any = false;
-  while (dirent* e = readdir(dir)) {
-    std::string name = e->d_name;
-    if (name != "." && name != "..") any = true;
-  }
-  closedir(dir);
-  return any;
-}
-
 // Whether every path the journal names lies below its target: anything else
 // is not played back.
 bool paths_inside(const std::u16string& target, const std::vector<JournalEntry>& entries) {
@@ -76,7 +60,7 @@ bool recover_one(int dirFd, const std::u16string& backupDir, std::vector<Recover
   std::string text;
   if (!read_journal(dirFd, text)) {
     // Its run died before the journal existed: nothing was changed.
-    if (!holds_entries(dirFd)) rmdir(narrow_lib(backupDir).c_str());
+    if (is_empty_directory(dirFd)) rmdir(narrow_lib(backupDir).c_str());
     return false;
   }
   const std::vector<JournalEntry> entries = parse_journal(text);

@@ -68,24 +68,6 @@ bool restore_file(const std::u16string& saved, const std::u16string& file) {
   return !entry_exists(saved) && entry_exists(file);
 }
 
-// Whether the directory open as `fd` has no entries.
-bool is_empty_directory(int fd) {
-  int copy = dup(fd);
-  if (copy < 0) return false;
-  DIR* dir = fdopendir(copy);
-  if (!dir) {
-    close(copy);
-    return false;
-  }
-  bool empty = true;
-  while (dirent* e = readdir(dir)) {
-    std::string name = e->d_name;
-    if (name != "." && name != "..") empty = false;
-  }
-  closedir(dir);
-  return empty;
-}
-
 // Whether `path` still names the directory open as `fd`.
 bool same_directory(int fd, const std::u16string& path) {
   struct stat64 open, named;
@@ -118,6 +100,24 @@ JournalEntry entry_of(JournalOp op, const std::u16string& path) {
 }
 
 }  // namespace
+
+bool is_empty_directory(int fd) {
+  int copy = dup(fd);
+  if (copy < 0) return false;
+  DIR* dir = fdopendir(copy);
+  if (!dir) {
+    close(copy);
+    return false;
+  }
+  bool empty = true;
+  while (dirent* e = readdir(dir)) {
+    std::string name = e->d_name;
+    if (name != "." && name != "..") empty = false;
+  }
+  closedir(dir);
+  return empty;
+}
+
 
 PathKind path_kind(const std::u16string& path) {
   std::string bytes = narrow_lib(path);

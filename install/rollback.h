@@ -127,6 +127,10 @@ class Rollback {
   std::u16string m_keptBackupDir;
 };
 
+// Whether the directory open as `fd` has no entries (false when it cannot
+// be read).
+bool is_empty_directory(int fd);
+
 // Undoes what `entries` (a journal, in order) record for the run into
 // `targetDir` whose old files were moved into `backupDir` (both ending in
 // "/"): temporary and new files deleted, created directories removed, old
