@@ -4,6 +4,7 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <sys/inotify.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -230,9 +231,16 @@ TEST(CrashSafetyTest, PlantedBackupNamesUnreadableFilesAndFailureCauses) {
     const Snapshot planted = full_snapshot(s.box.tmp());
     const Snapshot victimBefore = full_snapshot(victim);
     const Snapshot before = full_snapshot(s.box.target());
+    // Mode 0 stops nobody running as root: that the newer file is never
+    // opened is seen directly.
+    const int opens = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(inotify_add_watch(opens, (s.t + "newer.txt").c_str(), IN_OPEN), 0);
 
     Installer installer(0);
     EXPECT_EQ(run_install(s.reader, s.box.targetDir(), installer), fail ? ERROR_PATH_NOT_FOUND : 0u);
+    char events[4096];
+    EXPECT_LT(read(opens, events, sizeof events), 0) << "the newer installed file was opened";
+    close(opens);
     EXPECT_EQ(installer.rollbackJournal().records().back().backupDir, w(tmp + "zqstp3/"));
     EXPECT_TRUE(recover_interrupted_runs().empty());
     EXPECT_EQ(snapshot_difference(planted, full_snapshot(s.box.tmp())), "");
