@@ -286,7 +286,14 @@ class InstallerE2E(unittest.TestCase):
         os.utime(old, (1, 1))
         self.starter(self.dest)
         proc = self.spawn("-S", delay="400")
-        wait_until(lambda: open(old).read() == "new\n", "the old file replaced")
+        # The old file is moved aside before the new one takes its name: for
+        # a moment there is no file there.
+        def replaced():
+            try:
+                return read(old) == "new\n"
+            except FileNotFoundError:
+                return False
+        wait_until(replaced, "the old file replaced")
         os.remove(old)
         os.mkdir(old)  # the old file's place taken
         write(os.path.join(self.dest, "z"), "in the way\n")  # a file where a folder must go
