@@ -110,11 +110,6 @@ int why_not_made(const std::string& dir, std::string& level) {
   return 0;
 }
 
-std::u16string parent_dir(const std::u16string& path) {
-  size_t slash = path.rfind(u'/');
-  return slash == std::u16string::npos || slash == 0 ? std::u16string() : path.substr(0, slash);
-}
-
 }  // namespace
 
 unsigned Installer::fail(unsigned code, Step step, const std::u16string& path, int sysError,
@@ -203,7 +198,7 @@ unsigned Installer::installEntry(PackageReader& reader, const FileEntry& entry,
     return fail(code, Step::kSaveOldFile, target, 0, "it could not be moved aside");
   }
 
-  const std::u16string dir = parent_dir(target);
+  const std::u16string dir = parent_of(target);
   if (!dir.empty() && (code = m_rollback.makeDirectoryTree(dir))) {
     if (int error = m_rollback.journalError()) return fail(code, Step::kStartRun, target, error);
     std::string level;
@@ -221,7 +216,7 @@ unsigned Installer::installEntry(PackageReader& reader, const FileEntry& entry,
 unsigned Installer::placeContents(PackageReader& reader, const FileEntry& entry,
                                   const std::u16string& target) {
   // A name of this run beside the target that nothing else uses.
-  const std::u16string dir = parent_dir(target);
+  const std::u16string dir = parent_of(target);
   const std::u16string stem = dir + u"/.zqstp" + string_uito(m_rollback.backupNumber(), 10) + u"-";
   std::u16string temp;
   struct stat st;
@@ -284,7 +279,7 @@ unsigned Installer::flushPlaced() {
   for (const std::u16string& file : m_placed) {
     if (int error = flush(narrow_lib(file), 0))
       return fail(ERROR_CANTWRITE, Step::kFlush, file, error);
-    dirs.insert(parent_dir(file));
+    dirs.insert(parent_of(file));
   }
   for (const std::u16string& dir : dirs)
     if (int error = flush(narrow_lib(dir), O_DIRECTORY))

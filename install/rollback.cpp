@@ -44,15 +44,6 @@ bool is_below(const std::u16string& path, const std::u16string& dir) {
   return dir.back() == u'/' || path[dir.size()] == u'/';
 }
 
-// The text before the last "/" of a normalised path; empty when there is none
-// ("/" for a path directly below the root).
-std::u16string parent_of(const std::u16string& path) {
-  size_t slash = path.rfind(u'/');
-  if (slash == std::u16string::npos) return std::u16string();
-  if (slash == 0) return u"/";
-  return path.substr(0, slash);
-}
-
 bool entry_exists(const std::u16string& path) {
   struct stat64 st;
   return lstat64(narrow_lib(path).c_str(), &st) == 0;
@@ -100,6 +91,14 @@ JournalEntry entry_of(JournalOp op, const std::u16string& path) {
 }
 
 }  // namespace
+
+std::u16string parent_of(const std::u16string& path) {
+  size_t slash = path.rfind(u'/');
+  if (slash == std::u16string::npos) return std::u16string();
+  if (slash == 0) return u"/";
+  return path.substr(0, slash);
+}
+
 
 bool is_empty_directory(int fd) {
   int copy = dup(fd);

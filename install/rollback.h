@@ -127,6 +127,10 @@ class Rollback {
   std::u16string m_keptBackupDir;
 };
 
+// The text before the last "/" of a normalised path; empty when there is
+// none ("/" for a path directly below the root).
+std::u16string parent_of(const std::u16string& path);
+
 // Whether the directory open as `fd` has no entries (false when it cannot
 // be read).
 bool is_empty_directory(int fd);
