@@ -84,8 +84,16 @@ void cancel_session(void* session) { static_cast<InstallSession*>(session)->canc
 int run_headless_install(const LaunchOptions& options) {
   StarterState starter;
   PackageReader package;
-  const StartupReport start =
-      prepare_installation(tpk_full_path(options.useCwd), package, starter, &interrupt_flag());
+  StartupReport start;
+  {
+    // Undoing a large interrupted run takes a while: shown like a run.
+    ProgressLine line;
+    start = prepare_installation(tpk_full_path(options.useCwd), package, starter,
+                                 &interrupt_flag(), [&line](size_t done, size_t total) {
+                                   line.show(int(done * 100 / (total ? total : 1)),
+                                             u"undoing an interrupted installation");
+                                 });
+  }
   for (const std::u16string& target : start.restored)
     print_line(stderr, "restored " + narrow_lib(target) + " after an interrupted installation");
   for (const std::u16string& backup : start.notRestored)
@@ -138,11 +146,14 @@ int run_headless_install(const LaunchOptions& options) {
       return kExitCancelled;
     case OutcomeKind::kFailed:
       report_cause(outcome.status);
-      if (!outcome.keptBackupDir.empty())
+      if (!outcome.keptBackupDir.empty()) {
+        // The target is not as it was: the old files wait in the backup.
         print_line(stderr, "not everything could be put back; the old files are kept in " +
                                narrow_lib(outcome.keptBackupDir));
+        return kExitNotRestored;
+      }
       report(LoadResString("IDS_ERROR_FINISH"));
-      return outcome.keptBackupDir.empty() ? kExitFailed : kExitNotRestored;
+      return kExitFailed;
   }
   return kExitFailed;
 }

@@ -52,6 +52,11 @@
 
 namespace {
 
+// The working file has no name of its own; the process reaches it here.
+std::string working_file_path(const PackageReader& reader) {
+  return "/proc/self/fd/" + std::to_string(reinterpret_cast<intptr_t>(reader.handle));
+}
+
 constexpr int64_t kOneDayTicks = int64_t(86400) * 10000000;
 
 // User + system seconds of this process and of the children it waited for
@@ -275,7 +280,7 @@ struct CopyStyle {
 // file one day before the package time. Returns the number of failures.
 size_t plain_copy(PackageReader& reader, const std::string& dir, bool older,
                   const CopyStyle& style) {
-  int src = open(narrow_lib(reader.workingPath).c_str(), O_RDONLY | O_CLOEXEC);
+  int src = open(working_file_path(reader).c_str(), O_RDONLY | O_CLOEXEC);
   if (src < 0) return reader.files.size();
   std::set<std::string> made;
   size_t failures = 0;
@@ -328,7 +333,7 @@ size_t plain_copy(PackageReader& reader, const std::string& dir, bool older,
 // Names, sizes, times and contents of `dir` against the package; prints the
 // first mismatches to standard error and returns their number.
 size_t verify(PackageReader& reader, const std::string& dir) {
-  int src = open(narrow_lib(reader.workingPath).c_str(), O_RDONLY | O_CLOEXEC);
+  int src = open(working_file_path(reader).c_str(), O_RDONLY | O_CLOEXEC);
   if (src < 0) return reader.files.size();
   std::vector<uint8_t> mine(reader.bufferSize);
   size_t bad = 0;
@@ -458,7 +463,7 @@ int main(int argc, char** argv) {
     for (const FileEntry& e : reader.files) bytes += e.size;
     uint64_t packageBytes = 0, workingBytes = 0;
     FileSystem::GetFileSize64(widen_lib(argv[1]), &packageBytes);
-    if (!reader.workingPath.empty()) FileSystem::GetFileSize64(reader.workingPath, &workingBytes);
+    if (reader.handle != INVALID_HANDLE_VALUE) FileSystem::GetFileSize64(widen_lib(working_file_path(reader)), &workingBytes);
     Record r("load");
     meter.report(r);
     r.add("error", failure)

@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 
+#include "compat/file_ops.h"
 #include "compat/text.h"
 
 std::atomic<unsigned> FileSystem::ms_lastError{0};
@@ -22,6 +23,7 @@ constexpr uint64_t kTicksPerSecond = 10000000ull;      // 100-ns ticks
 int fd_of(HANDLE h) { return static_cast<int>(reinterpret_cast<intptr_t>(h)); }
 
 unsigned fail_from_errno() { return setLastErrorByErrNo(errno); }
+unsigned fail_with(int error) { return setLastErrorByErrNo(error); }
 
 }  // namespace
 
@@ -76,8 +78,9 @@ unsigned FileSystem::CreateFile(const std::u16string& path, unsigned access, uns
   if (access & GENERIC_WRITE) flags = (access & GENERIC_READ) ? O_RDWR : O_WRONLY;
   if (creation == CREATE_ALWAYS) flags |= O_CREAT;
   if (creation == TRUNCATE_EXISTING) flags |= O_TRUNC;
-  int fd = open(narrow_lib(path).c_str(), flags | O_CLOEXEC, 0660);
-  if (fd < 0) return fail_from_errno();
+  int fd = -1;
+  if (int error = file_ops().open(AT_FDCWD, narrow_lib(path), flags, 0660, fd))
+    return fail_with(error);
   handle = reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd));
   return 0;
 }
@@ -93,11 +96,9 @@ unsigned FileSystem::ReadFile(HANDLE h, void* buffer, unsigned count, unsigned* 
   *read = 0;
   auto* bytes = static_cast<char*>(buffer);
   while (*read < count) {
-    ssize_t n = ::read(fd_of(h), bytes + *read, count - *read);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return fail_from_errno();
-    }
+    size_t n = 0;
+    if (int error = file_ops().read(fd_of(h), bytes + *read, count - *read, n))
+      return fail_with(error);
     if (n == 0) break;
     *read += static_cast<unsigned>(n);
   }
@@ -116,8 +117,8 @@ unsigned FileSystem::WriteFile(HANDLE h, const void* buffer, unsigned count, uns
     return ERROR_INVALID_HANDLE;
   }
   if (!written) return 0;
-  ssize_t n = ::write(fd_of(h), buffer, count);
-  *written = static_cast<unsigned>(n);
+  size_t n = 0;
+  *written = file_ops().write(fd_of(h), buffer, count, n) ? 0xFFFFFFFFu : static_cast<unsigned>(n);
   return GetLastError();
 }
 
@@ -131,7 +132,8 @@ uint32_t FileSystem::SetFilePointer(HANDLE h, long low, long* high, unsigned met
   // `low` is a 32-bit quantity sign-extended, as a Win32 LONG would be.
   int64_t offset = static_cast<int32_t>(low);
   if (high) offset += static_cast<int64_t>(static_cast<uint64_t>(*high) << 32);
-  off64_t result = lseek64(fd_of(h), offset, whence);
+  int64_t result = -1;
+  if (file_ops().seek(fd_of(h), offset, whence, result) != 0) result = -1;
   if (high) *high = result < 0 ? long(0xFFFFFFFF) : long(uint64_t(result) >> 32);
   return result < 0 ? 0xFFFFFFFFu : static_cast<uint32_t>(result);
 }
@@ -142,9 +144,10 @@ unsigned FileSystem::SetEndOfFile(HANDLE h) {
     ms_lastError = ERROR_INVALID_HANDLE;
     return ERROR_INVALID_HANDLE;
   }
-  off64_t position = lseek64(fd_of(h), 0, SEEK_CUR);
-  if (position < 0 || ftruncate64(fd_of(h), position) != 0) return fail_from_errno();
-  return 0;
+  int64_t position = 0;
+  int error = file_ops().seek(fd_of(h), 0, SEEK_CUR, position);
+  if (!error) error = file_ops().truncate(fd_of(h), position);
+  return error ? fail_with(error) : 0;
 }
 
 unsigned FileSystem::GetFileSize(const std::u16string& path, unsigned* size) {
@@ -156,7 +159,7 @@ unsigned FileSystem::GetFileSize(const std::u16string& path, unsigned* size) {
 
 unsigned FileSystem::GetFileSize64(const std::u16string& path, uint64_t* size) {
   struct stat64 st;
-  if (!size || stat64(narrow_lib(path).c_str(), &st) != 0) return 1;
+  if (!size || file_ops().stat(AT_FDCWD, narrow_lib(path), st, true) != 0) return 1;
   *size = static_cast<uint64_t>(st.st_size);
   return 0;
 }
@@ -165,7 +168,7 @@ unsigned FileSystem::GetFileTime(HANDLE h, _FILETIME* creation, _FILETIME* acces
                                  _FILETIME* write) {
   ms_lastError = 0;
   struct stat64 st;
-  if (h == INVALID_HANDLE_VALUE || fstat64(fd_of(h), &st) != 0) {
+  if (h == INVALID_HANDLE_VALUE || file_ops().stat(fd_of(h), std::string(), st, true) != 0) {
     ms_lastError = ERROR_INVALID_HANDLE;
     return ERROR_INVALID_HANDLE;
   }
@@ -188,12 +191,12 @@ unsigned FileSystem::SetFileTime(HANDLE h, const _FILETIME*, const _FILETIME*,
   FileTimeToTimespec(*write, seconds, nanoseconds);
   struct timespec times[2] = {{static_cast<time_t>(seconds), nanoseconds},
                               {static_cast<time_t>(seconds), nanoseconds}};
-  futimens(fd_of(h), times);  // a refused stamp is not reported: the copy itself succeeded
+  file_ops().setTimes(fd_of(h), std::string(), times);  // a refused stamp is not reported: the copy itself succeeded
   return 0;
 }
 
 unsigned FileSystem::CloseHandle(HANDLE h) {
-  if (::close(fd_of(h)) != 0) return fail_from_errno();
+  if (int error = file_ops().close(fd_of(h))) return fail_with(error);
   return 0;
 }
 

@@ -37,6 +37,7 @@ constexpr unsigned FILE_END = 2;
 constexpr unsigned ERROR_SUCCESS = 0;
 constexpr unsigned ERROR_FILE_NOT_FOUND = 2;
 constexpr unsigned ERROR_PATH_NOT_FOUND = 3;
+constexpr unsigned ERROR_ACCESS_DENIED = 5;
 constexpr unsigned ERROR_INVALID_HANDLE = 6;
 constexpr unsigned ERROR_INVALID_DATA = 13;
 constexpr unsigned ERROR_INVALID_PARAMETER = 87;

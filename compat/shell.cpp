@@ -1,7 +1,7 @@
 #include "compat/shell.h"
 
 #include <errno.h>
-#include <spawn.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
@@ -12,10 +12,9 @@
 #include <cstdlib>
 #include <random>
 
+#include "compat/file_ops.h"
 #include "compat/file_system.h"
 #include "compat/text.h"
-
-extern char** environ;
 
 namespace {
 
@@ -31,7 +30,7 @@ int exit_status(int status) { return (status >> 8) & 0xFF; }
 
 bool is_directory(const std::string& path) {
   struct stat64 st;
-  return stat64(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+  return file_ops().stat(AT_FDCWD, path, st, true) == 0 && S_ISDIR(st.st_mode);
 }
 
 bool path_exists(const std::string& path) {
@@ -67,16 +66,8 @@ std::string random_suffix() {
 
 int run_linux_command(const char* command) {
   ++g_commandCount;
-  char shell[] = "/bin/sh";
-  char flag[] = "-c";
-  char* argv[] = {shell, flag, const_cast<char*>(command), nullptr};
-  pid_t pid;
-  if (posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv, environ) != 0) return -1;
   int status = 0;
-  while (waitpid(pid, &status, 0) < 0) {
-    if (errno != EINTR) return -1;
-  }
-  return status;
+  return file_ops().run(command, status) == 0 ? status : -1;
 }
 
 unsigned long shell_command_count() { return g_commandCount; }
@@ -175,8 +166,7 @@ unsigned FileSystem::GetFreeSpaceTmpDir64(uint64_t* bytes) {
   *bytes = 0;
   std::u16string tmp;
   if (GetTempPath(tmp) != 0) return ERROR_INVALID_NAME;
-  struct statvfs64 st;
-  if (statvfs64(narrow_lib(tmp).c_str(), &st) == 0)
-    *bytes = uint64_t(st.f_bfree) * uint64_t(st.f_frsize);
+  uint64_t free = 0;
+  if (file_ops().freeSpace(narrow_lib(tmp), free) == 0) *bytes = free;
   return 0;
 }

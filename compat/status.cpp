@@ -14,6 +14,7 @@ const char* phrase(Step step) {
     case Step::kCreateWorkFile: return "cannot create the working file";
     case Step::kUnpack: return "cannot unpack";
     case Step::kReadCatalogue: return "damaged package";
+    case Step::kCheckTemp: return "cannot keep backups in";
     case Step::kStartRun: return "cannot prepare the installation into";
     case Step::kLockTarget: return "another installation is running into";
     case Step::kCreateDirectory: return "cannot create the folder";

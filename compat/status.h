@@ -15,6 +15,7 @@ enum class Step : unsigned char {
   kCreateWorkFile,  // the working file in the temporary directory
   kUnpack,          // inflating the package into the working file
   kReadCatalogue,   // the working file's header and catalogue
+  kCheckTemp,       // the temporary directory is not safe for backups
   kStartRun,        // backup directory, journal, lock of the target
   kLockTarget,      // another run holds the target directory
   kCreateDirectory,

@@ -3,16 +3,15 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
-#include <stdio.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <unordered_set>
 
+#include "compat/file_ops.h"
 #include "compat/text.h"
+#include "install/backup_dir.h"
 #include "install/install_process_data.h"
-#include "install/target_path.h"
+#include "install/paths.h"
 #include "package/contents_check.h"
 #include "texts/resources.h"
 
@@ -23,14 +22,11 @@ namespace {
 constexpr unsigned kShortWriteError = ERROR_CANTWRITE;
 constexpr unsigned kTruncatedSourceError = ERROR_INVALID_DATA;
 
+// How many files a group holds: their records reach the disk together, and
+// their temporary files stay open until they are on disk themselves.
+constexpr size_t kGroupFiles = 64;
 // How many written bytes are handed to the disk at a time.
 constexpr uint64_t kWritebackChunk = 8u << 20;
-
-// Starts writing a range of the file to the disk, without waiting for it.
-void start_writeback(HANDLE file, uint64_t offset, uint64_t length) {
-  sync_file_range(static_cast<int>(reinterpret_cast<intptr_t>(file)), off64_t(offset),
-                  off64_t(length), SYNC_FILE_RANGE_WRITE);
-}
 
 unsigned percent_of(size_t index, size_t count) {
   return static_cast<unsigned>(uint64_t(index) * 100 / count);
@@ -49,10 +45,12 @@ unsigned seek_to(HANDLE file, uint64_t offset) {
   return code ? code : ERROR_INVALID_PARAMETER;
 }
 
-// Copies `size` bytes of the working file, from where it stands, into
-// `target` through the reader's buffer. Every read asks for the whole buffer;
-// only what belongs to the entry is written.
-unsigned copy_contents(PackageReader& reader, uint64_t size, HANDLE target, ContentsCheck& check) {
+// Copies `size` bytes of the working file, from where it stands, into the
+// file open as `fd` through the reader's buffer. Every read asks for the
+// whole buffer; only what belongs to the entry is written. `error` is the
+// system's reason of a failed write.
+unsigned copy_contents(PackageReader& reader, uint64_t size, int fd, ContentsCheck& check,
+                       int& error) {
   uint64_t remaining = size;
   uint64_t written = 0, handedToDisk = 0;
   while (remaining > 0) {
@@ -68,19 +66,30 @@ unsigned copy_contents(PackageReader& reader, uint64_t size, HANDLE target, Cont
       remaining -= got;
     }
     check.update(reader.buffer.get(), got);
-    unsigned moved = 0;
-    FileSystem::WriteFile(target, reader.buffer.get(), got, &moved, nullptr);
-    if (moved != got) return kShortWriteError;
+    size_t moved = 0;
+    error = file_ops().write(fd, reader.buffer.get(), got, moved);
+    if (moved != got) {
+      if (!error) error = ENOSPC;
+      return kShortWriteError;
+    }
     written += got;
     // Large files start going to the disk while the copy goes on, so that
-    // the flush at the end of the run finds little left to write.
+    // the flush at the end of the group finds little left to write.
     if (written - handedToDisk >= kWritebackChunk) {
-      start_writeback(target, handedToDisk, written - handedToDisk);
+      file_ops().startWriteback(fd, int64_t(handedToDisk), int64_t(written - handedToDisk));
       handedToDisk = written;
     }
   }
-  if (written > handedToDisk) start_writeback(target, handedToDisk, written - handedToDisk);
   return 0;
+}
+
+// Whether what `st` describes is to be replaced by a file of `packageTime`:
+// anything but a regular file (handed on to be saved or refused), or a file
+// strictly older, to 100 ns.
+bool older_than(const struct stat64& st, const _FILETIME& packageTime) {
+  if (!S_ISREG(st.st_mode)) return true;
+  const _FILETIME installed = TimespecToFileTime(st.st_mtim.tv_sec, st.st_mtim.tv_nsec);
+  return FileTimeToU64(installed) < FileTimeToU64(packageTime);
 }
 
 // Why mkdir -p could not make `dir`, found after the fact: the first level
@@ -94,17 +103,18 @@ int why_not_made(const std::string& dir, std::string& level) {
     if (end == std::string::npos) end = dir.size();
     const std::string part = dir.substr(pos, end - pos);
     pos = end + 1;
-    if (part.empty()) continue;
+    if (part.empty() || part == ".") continue;
     const std::string parent = prefix.empty() ? "/" : prefix;
-    prefix += "/" + part;
+    prefix = fold_path(prefix + "/" + part);
     level = prefix;
     if (part.size() > NAME_MAX) return ENAMETOOLONG;
-    struct stat st;
-    if (stat(prefix.c_str(), &st) == 0) {
+    struct stat64 st;
+    int error = file_ops().stat(AT_FDCWD, prefix, st, true);
+    if (error == 0) {
       if (!S_ISDIR(st.st_mode)) return ENOTDIR;
       continue;
     }
-    if (errno != ENOENT) return errno;
+    if (error != ENOENT) return error;
     return access(parent.c_str(), W_OK | X_OK) == 0 ? 0 : errno;
   }
   return 0;
@@ -112,24 +122,39 @@ int why_not_made(const std::string& dir, std::string& level) {
 
 }  // namespace
 
-unsigned Installer::fail(unsigned code, Step step, const std::u16string& path, int sysError,
+Installer::~Installer() { closeGroup(); }
+
+unsigned Installer::fail(unsigned code, Step step, const std::string& path, int sysError,
                          std::string detail) {
-  m_failure = ::failure(code, step, path, sysError, std::move(detail));
+  m_failure = ::failure(code, step, widen_lib(path), sysError, std::move(detail));
   return m_failure.code;
 }
 
-unsigned Installer::prepareTarget(const PackageReader& reader, const std::u16string& targetDir) {
-  std::u16string tmp;
-  FileSystem::GetTempPath(tmp);
-  size_t longest = 0;
-  for (const FileEntry& entry : reader.files)
-    longest = std::max(longest, narrow_lib(entry.name).size());
-  if (!fits_path_max(targetDir, longest, tmp))
-    return fail(ERROR_INVALID_NAME, Step::kStartRun, targetDir, ENAMETOOLONG);
+// Checks what must hold before anything is changed, locks the target and
+// starts the journal. 0, or the code with m_failure set (and published).
+unsigned Installer::start(const std::u16string& givenDir) {
+  auto refuse = [this](unsigned code) {
+    // Nothing was changed: publish the error, nothing to roll back.
+    m_data->setInstallState(code, LoadResString("IDS_INSTALL_ERROR"), 0);
+    return code;
+  };
+  if (givenDir.empty())
+    return refuse(fail(ERROR_PATH_NOT_FOUND, Step::kStartRun, std::string(), 0,
+                       "no target folder"));
+  if (Status unsafe = check_temp_directory(); !unsafe.ok()) {
+    m_failure = unsafe;
+    return refuse(unsafe.code);
+  }
+  size_t existing = 0;
+  const std::string target = fold_path(spell_target(narrow_lib(givenDir), existing));
   int sysError = 0;
-  if (unsigned code = m_lock.acquire(targetDir, sysError))
-    return fail(code, code == kTargetBusy ? Step::kLockTarget : Step::kStartRun, targetDir,
-                code == kTargetBusy ? 0 : sysError);
+  if (unsigned code = m_lock.acquire(target, sysError))
+    return refuse(fail(code, code == kTargetBusy ? Step::kLockTarget : Step::kStartRun, target,
+                       sysError));
+  if (unsigned code = m_rollback.start(givenDir)) {
+    fail(code, Step::kStartRun, target, m_rollback.journalError());
+    return stopOnError(code, 0);
+  }
   return 0;
 }
 
@@ -139,167 +164,243 @@ unsigned Installer::run(InstallProcessData* data) {
   PackageReader* reader = nullptr;
   std::u16string givenDir;
   data->get(reader, givenDir);
-  // Files are placed below the resolved target; progress shows the spelling given.
-  const std::u16string templatesDir = resolve_target(givenDir);
-
   if (!reader) {
-    fail(ERROR_INVALID_PARAMETER, Step::kReadPackage, std::u16string(), 0);
+    fail(ERROR_INVALID_PARAMETER, Step::kReadPackage, std::string(), 0);
     return stopOnError(ERROR_INVALID_PARAMETER, 0);
   }
-  if (!templatesDir.empty()) {
-    if (unsigned code = prepareTarget(*reader, templatesDir)) {
-      // Nothing was changed: publish the error, nothing to roll back.
-      m_data->setInstallState(code, LoadResString("IDS_INSTALL_ERROR"), 0);
-      return code;
-    }
-  }
-  if (unsigned code = m_rollback.start(templatesDir)) {
-    fail(code, Step::kStartRun, templatesDir, m_rollback.journalError());
-    return stopOnError(code, 0);
-  }
+  if (unsigned code = start(givenDir)) return code;
 
   const size_t count = reader->files.size();
-  for (size_t i = 0; i < count; ++i) {
-    const FileEntry& entry = reader->files[i];
-    std::u16string name = entry.name;
-    replace_all(name, kBadPathSeparator, kPathSeparator);
-    const std::u16string target = templatesDir + name;
-    const unsigned percent = percent_of(i, count);
-    data->setInstallState(0, givenDir + name, percent);
-
-    if (compareFiles(target, entry.time)) {
-      if (unsigned code = installEntry(*reader, entry, target)) return stopOnError(code, percent);
+  for (size_t first = 0; first < count;) {
+    unsigned code = planGroup(*reader, first);
+    if (code == 0) code = actGroup(*reader, givenDir, count);
+    if (m_cancelled) return cancelRun(percent_of(m_acting, count));
+    if (code != 0) {
+      const size_t failed = m_group.empty() ? first : m_acting;
+      if (m_group.empty()) {
+        std::u16string name = reader->files[first].name;
+        replace_all(name, kBadPathSeparator, kPathSeparator);
+        data->setInstallState(0, givenDir + name, int(percent_of(first, count)));
+      }
+      return stopOnError(code, percent_of(failed, count));
     }
-
-    if (data->isCancelled()) {
-      unsigned code = m_rollback.rollback(ERROR_CANCELLED);
-      m_lock.release();
-      data->setInstallState(code, LoadResString("IDS_CANCEL_FINISH"), percent);
-      return code;
-    }
+    first = m_group.back().index + 1;
+    closeGroup();
   }
 
   // The installed files reach the disk before their backups are discarded.
-  if (unsigned code = flushPlaced()) return stopOnError(code, 100);
-  m_rollback.stop();
+  if (unsigned code = flushFolders()) return stopOnError(code, 100);
+  if (unsigned code = m_rollback.stop()) {
+    fail(code, Step::kFlush, m_rollback.target(), m_rollback.journalError());
+    return stopOnError(code, 100);
+  }
   m_lock.release();
   data->setInstallState(0, LoadResString("IDS_INSTALL_FINISH"), 100);
   Sleep(m_finishPauseMs);
   return 0;
 }
 
-unsigned Installer::installEntry(PackageReader& reader, const FileEntry& entry,
-                                 const std::u16string& target) {
-  unsigned code = m_rollback.storeRBFile(target);
-  const bool isNew = code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND;
-  if (!isNew && code != 0) {
-    if (int error = m_rollback.journalError()) return fail(code, Step::kStartRun, target, error);
-    if (code == ERROR_ALREADY_EXISTS) return fail(code, Step::kSaveOldFile, target, EISDIR);
-    return fail(code, Step::kSaveOldFile, target, 0, "it could not be moved aside");
+unsigned Installer::planGroup(const PackageReader& reader, size_t first) {
+  closeGroup();
+  // Paths a change of the group makes or fills: a later entry that lands on
+  // one of them is planned only after the group is done.
+  std::unordered_set<std::string> files, folders;
+  const std::string& target = m_rollback.target();
+  for (size_t i = first; i < reader.files.size() && m_group.size() < kGroupFiles; ++i) {
+    Work work;
+    work.index = i;
+    std::u16string name = reader.files[i].name;
+    replace_all(name, kBadPathSeparator, kPathSeparator);
+    const std::string spelled = m_rollback.spelledTarget() + narrow_lib(name);
+    work.target = fold_path(spelled);
+    work.spelledDir = spelled.substr(0, spelled.rfind('/'));
+    bool affected = files.count(work.target) || folders.count(work.target);
+    for (std::string dir = parent_of(work.target); !affected && is_below(dir, target);
+         dir = parent_of(dir))
+      affected = files.count(dir) != 0;
+    if (affected && !m_group.empty()) break;
+    if (unsigned code = planEntry(reader.files[i], work)) {
+      if (m_group.empty()) return code;
+      m_failure = Status();  // planned again once the group is done
+      break;
+    }
+    if (work.write) {
+      files.insert(work.target);
+      for (std::string dir = parent_of(work.target); is_below(dir, target); dir = parent_of(dir))
+        if (!folders.insert(dir).second) break;
+    }
+    m_group.push_back(std::move(work));
   }
-
-  const std::u16string dir = parent_of(target);
-  if (!dir.empty() && (code = m_rollback.makeDirectoryTree(dir))) {
-    if (int error = m_rollback.journalError()) return fail(code, Step::kStartRun, target, error);
-    std::string level;
-    int why = why_not_made(narrow_lib(dir), level);
-    // A file standing where a folder must go: the file cannot be created.
-    if (why == ENOTDIR) return fail(code, Step::kCreateFile, target, why);
-    return fail(code, Step::kCreateDirectory, level.empty() ? dir : widen_lib(level), why,
-                why ? std::string() : "mkdir -p failed");
-  }
-  if (isNew && (code = m_rollback.addNewFile(target)))
-    return fail(code, Step::kStartRun, target, m_rollback.journalError());
-  return placeContents(reader, entry, target);
+  // The group's records reach the disk before any of its changes.
+  if (unsigned code = m_rollback.barrier())
+    return fail(code, Step::kStartRun, m_group.empty() ? target : m_group[0].target,
+                m_rollback.journalError());
+  return 0;
 }
 
-unsigned Installer::placeContents(PackageReader& reader, const FileEntry& entry,
-                                  const std::u16string& target) {
-  // A name of this run beside the target that nothing else uses.
-  const std::u16string dir = parent_of(target);
-  const std::u16string stem = dir + u"/.zqstp" + string_uito(m_rollback.backupNumber(), 10) + u"-";
-  std::u16string temp;
-  struct stat st;
-  do temp = stem + string_uito(++m_tempCount, 10) + u".part";
-  while (lstat(narrow_lib(temp).c_str(), &st) == 0);
-  if (unsigned code = m_rollback.addTempFile(temp))
-    return fail(code, Step::kStartRun, target, m_rollback.journalError());
+unsigned Installer::planEntry(const FileEntry& entry, Work& work) {
+  // The same rule as compareFiles, except that a status that cannot be read
+  // for another reason than absence fails the entry: the file there might
+  // be newer, and it is never replaced on a guess.
+  struct stat64 st;
+  int error = file_ops().stat(AT_FDCWD, work.target, st, true);
+  if (error == 0 && !older_than(st, entry.time)) return 0;
+  if (error != 0 && error != ENOENT && error != ENOTDIR && error != ENAMETOOLONG)
+    return fail(setLastErrorByErrNo(error), Step::kCreateFile, work.target, error);
+  work.write = true;
+  // A name longer than any the file system holds cannot be created.
+  if (work.target.size() - work.target.rfind('/') - 1 > NAME_MAX)
+    return fail(ERROR_INVALID_PARAMETER, Step::kCreateFile, work.target, ENAMETOOLONG);
+  unsigned code = m_rollback.prepareStore(work.target, work.move);
+  work.fresh = code == ERROR_FILE_NOT_FOUND;
+  if (code == ERROR_ALREADY_EXISTS) return fail(code, Step::kSaveOldFile, work.target, EISDIR);
+  if (code != 0 && !work.fresh)
+    return fail(code, Step::kSaveOldFile, work.target, 0, "it could not be moved aside");
+  m_rollback.prepareDirectory(work.spelledDir);
+  return m_rollback.prepareTempFile(work.target, work.temp);
+}
 
-  const std::string tempBytes = narrow_lib(temp);
-  int fd = open(tempBytes.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0660);
-  if (fd < 0) {
-    int error = errno;
-    return fail(setLastErrorByErrNo(error), Step::kCreateFile, target, error);
+unsigned Installer::actGroup(PackageReader& reader, const std::u16string& givenDir,
+                             size_t count) {
+  for (Work& work : m_group) {
+    m_acting = work.index;
+    const FileEntry& entry = reader.files[work.index];
+    std::u16string name = entry.name;
+    replace_all(name, kBadPathSeparator, kPathSeparator);
+    m_data->setInstallState(0, givenDir + name, int(percent_of(work.index, count)));
+    if (work.write) {
+      if (work.move) {
+        if (unsigned code = m_rollback.moveAside(work.target))
+          return fail(code, Step::kSaveOldFile, work.target, 0, "it could not be moved aside");
+      }
+      if (unsigned code = m_rollback.makeDirectory(work.spelledDir)) {
+        std::string level;
+        const std::string dir = parent_of(work.target);
+        int why = why_not_made(work.spelledDir, level);
+        // A file standing where a folder must go: the file cannot be created.
+        if (why == ENOTDIR) return fail(code, Step::kCreateFile, work.target, why);
+        return fail(code, Step::kCreateDirectory, level.empty() ? dir : level, why,
+                    why ? std::string() : "mkdir -p failed");
+      }
+      if (unsigned code = writeContents(reader, entry, work)) return code;
+    }
+    if (m_data->isCancelled()) {
+      m_cancelled = true;
+      return 0;
+    }
   }
-  HANDLE file = reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd));
-  unsigned code = seek_to(reader.handle, entry.offset);
-  if (code) {
-    FileSystem::CloseHandle(file);
-    return fail(code, Step::kReadPackage, target, 0, "the working file cannot be positioned");
-  }
-  errno = 0;
+  return placeGroup();
+}
+
+// The folder and name a path is used by: the whole path as it is, or, when
+// it is too long for one call, the folder opened on its own and the name.
+std::pair<int, std::string> Installer::place(Work& work, const std::string& path) {
+  if (path.size() < PATH_MAX) return {AT_FDCWD, path};
+  if (work.dirFd < 0)
+    file_ops().open(AT_FDCWD, parent_of(work.target), O_PATH | O_DIRECTORY, 0, work.dirFd);
+  return {work.dirFd, path.substr(path.rfind('/') + 1)};
+}
+
+unsigned Installer::writeContents(PackageReader& reader, const FileEntry& entry, Work& work) {
+  const auto [dir, name] = place(work, work.temp);
+  if (int error = file_ops().open(dir, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0660,
+                                  work.fd))
+    return fail(setLastErrorByErrNo(error), Step::kCreateFile, work.target, error);
+  if (unsigned code = seek_to(reader.handle, entry.offset))
+    return fail(code, Step::kReadPackage, work.target, 0, "the working file cannot be positioned");
   ContentsCheck check(entry);
-  code = copy_contents(reader, entry.size, file, check);
-  if (code) {
-    int error = errno;
-    FileSystem::CloseHandle(file);
-    if (code == kShortWriteError) return fail(code, Step::kWriteFile, target, error ? error : ENOSPC);
-    return fail(code, Step::kReadPackage, target, code == kTruncatedSourceError ? 0 : error,
+  int error = 0;
+  if (unsigned code = copy_contents(reader, entry.size, work.fd, check, error)) {
+    if (code == kShortWriteError) return fail(code, Step::kWriteFile, work.target, error);
+    return fail(code, Step::kReadPackage, work.target, 0,
                 code == kTruncatedSourceError ? "the working file ends early" : std::string());
-  }
-  FileSystem::SetFileTime(file, nullptr, nullptr, &entry.time);
-  if (close(fd) != 0) {
-    int error = errno;
-    return fail(setLastErrorByErrNo(error), Step::kWriteFile, target, error);
   }
   // The contents are written, not yet in place: damaged ones never are.
   if (!check.matches())
-    return fail(kTruncatedSourceError, Step::kCheckContents, target, 0,
+    return fail(kTruncatedSourceError, Step::kCheckContents, work.target, 0,
                 "the contents do not match the package's check value");
-  if (rename(tempBytes.c_str(), narrow_lib(target).c_str()) != 0) {
-    int error = errno;
-    return fail(setLastErrorByErrNo(error), Step::kPlaceFile, target, error);
+  // A file without the package's time would pass for newer than it is.
+  int64_t seconds;
+  long nanoseconds;
+  FileTimeToTimespec(entry.time, seconds, nanoseconds);
+  const struct timespec times[2] = {{time_t(seconds), nanoseconds}, {time_t(seconds), nanoseconds}};
+  struct stat64 st;
+  if ((error = file_ops().setTimes(work.fd, std::string(), times)) ||
+      (error = file_ops().stat(work.fd, std::string(), st, true)))
+    return fail(setLastErrorByErrNo(error), Step::kWriteFile, work.target, error);
+  file_ops().startWriteback(work.fd, 0, 0);
+  return m_rollback.recordPlaced(work.target, st.st_ino, uint64_t(st.st_size), st.st_mtim,
+                                 work.fresh);
+}
+
+unsigned Installer::placeGroup() {
+  // The records of the placed files reach the disk before any takes its place.
+  if (unsigned code = m_rollback.barrier())
+    return fail(code, Step::kStartRun, m_group[0].target, m_rollback.journalError());
+  for (Work& work : m_group) {
+    if (!work.write) continue;
+    m_acting = work.index;
+    const auto [fromDir, from] = place(work, work.temp);
+    const auto [toDir, to] = place(work, work.target);
+    if (int error = file_ops().rename(fromDir, from, toDir, to))
+      return fail(setLastErrorByErrNo(error), Step::kPlaceFile, work.target, error);
+    m_placedFolders.insert(parent_of(work.target));
   }
-  m_placed.push_back(target);
+  for (Work& work : m_group) {
+    if (work.fd < 0) continue;
+    int error = file_ops().flush(work.fd);
+    file_ops().close(work.fd);
+    work.fd = -1;
+    if (work.dirFd >= 0) file_ops().close(work.dirFd);
+    work.dirFd = -1;
+    if (error) return fail(ERROR_CANTWRITE, Step::kFlush, work.target, error);
+  }
   return 0;
 }
 
-// Per file rather than one syncfs: the working file usually shares the
-// target's file system, and syncfs would write all of it to the disk too.
-// The writes of each file were started while it was copied.
-unsigned Installer::flushPlaced() {
-  std::unordered_set<std::u16string> dirs;
-  auto flush = [](const std::string& path, int flags) {
-    int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | flags);
-    if (fd < 0) return errno;
-    int error = fdatasync(fd) == 0 ? 0 : errno;
-    close(fd);
-    return error;
-  };
-  for (const std::u16string& file : m_placed) {
-    if (int error = flush(narrow_lib(file), 0))
-      return fail(ERROR_CANTWRITE, Step::kFlush, file, error);
-    dirs.insert(parent_of(file));
+unsigned Installer::flushFolders() {
+  for (const std::string& dir : m_placedFolders) {
+    int fd = -1;
+    int error = file_ops().open(AT_FDCWD, dir, O_RDONLY | O_DIRECTORY, 0, fd);
+    // A folder that can be written but not read cannot be opened to flush
+    // it; the files in it are on disk, and the run does not fail for that.
+    if (error == EACCES) continue;
+    if (!error) {
+      error = file_ops().flush(fd);
+      file_ops().close(fd);
+    }
+    if (error) return fail(ERROR_CANTWRITE, Step::kFlush, dir, error);
   }
-  for (const std::u16string& dir : dirs)
-    if (int error = flush(narrow_lib(dir), O_DIRECTORY))
-      return fail(ERROR_CANTWRITE, Step::kFlush, dir, error);
   return 0;
+}
+
+void Installer::closeGroup() {
+  for (Work& work : m_group) {
+    if (work.fd >= 0) file_ops().close(work.fd);
+    if (work.dirFd >= 0) file_ops().close(work.dirFd);
+  }
+  m_group.clear();
+}
+
+unsigned Installer::cancelRun(unsigned percent) {
+  closeGroup();
+  unsigned code = m_rollback.rollback(ERROR_CANCELLED);
+  m_lock.release();
+  m_data->setInstallState(code, LoadResString("IDS_CANCEL_FINISH"), int(percent));
+  return code;
 }
 
 bool Installer::compareFiles(const std::u16string& path, const _FILETIME& packageTime) {
-  // Anything but a regular file is handed on to be saved or refused; the
-  // file itself is never opened, so one that cannot be read keeps its time.
+  // The file itself is never opened, so one that cannot be read keeps its time.
   struct stat64 st;
-  if (stat64(narrow_lib(path).c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return true;
-  const _FILETIME installed = TimespecToFileTime(st.st_mtim.tv_sec, st.st_mtim.tv_nsec);
-  return FileTimeToU64(installed) < FileTimeToU64(packageTime);
+  return file_ops().stat(AT_FDCWD, narrow_lib(path), st, true) != 0 || older_than(st, packageTime);
 }
 
 unsigned Installer::stopOnError(unsigned code, unsigned percent) {
   if (code == 0) code = ERROR_INVALID_PARAMETER;  // a failure is never reported as success
   if (m_failure.ok()) m_failure = ::failure(code, Step::kNone);
   m_failure.code = code;
+  closeGroup();
   m_data->setInstallState(code, LoadResString("IDS_INSTALL_ERROR"), static_cast<int>(percent));
   code = m_rollback.rollback(code);
   if (!m_rollback.keptBackupDir().empty() && m_failure.detail.empty() && m_failure.sysError == 0)

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "compat/file_system.h"
@@ -22,6 +23,7 @@ class Installer {
   // A fresh installer with an empty journal; use it for one run.
   // `finishPauseMs` is the pause after success (tests shorten it).
   explicit Installer(int finishPauseMs = kFinishPauseMs) : m_finishPauseMs(finishPauseMs) {}
+  ~Installer();
 
   // Runs on the worker thread; `data` (and the reader it holds) must outlive
   // the run. 0 after a complete installation, published as (0, finish text,
@@ -29,11 +31,12 @@ class Installer {
   // percent) and then everything is rolled back; the code is returned.
   // After a cancel everything is rolled back and then (1223, cancel text,
   // percent) is published; 1223 is returned.
-  // The target is resolved first (resolve_target) and locked for the whole
-  // run; a target another run holds fails at once (code 32) and nothing is
-  // changed. New contents are written under a temporary name beside their
-  // place and renamed into it; the installed files are flushed to disk before
-  // the backups are discarded and success is published.
+  // The target is locked for the whole run; a target another run holds
+  // fails at once (code 32) and nothing is changed. The files are handled in
+  // groups: the records of a group's changes go to the journal and to the
+  // disk first, then the changes are made; new contents are written under a
+  // temporary name beside their place and renamed into it, and reach the
+  // disk before the backups are discarded and success is published.
   unsigned run(InstallProcessData* data);
   // Whether the file at `path` must be written: true when missing, not a
   // regular file, or strictly older than `packageTime` (100-ns exact). The
@@ -51,24 +54,40 @@ class Installer {
   const std::u16string& keptBackupDir() const { return m_rollback.keptBackupDir(); }
 
  private:
+  // One catalogue entry of the group under way.
+  struct Work {
+    size_t index = 0;
+    std::string target;      // folded path of the file
+    std::string spelledDir;  // its folder as mkdir -p is given it
+    bool write = false;      // the package's copy goes in
+    bool move = false;       // an old file is moved aside first
+    bool fresh = false;      // nothing stood at the path
+    std::string temp;        // where the new contents are written
+    int fd = -1;             // the written temporary file, until it is on disk
+    int dirFd = -1;          // its folder, when the paths are too long to use whole
+  };
+
+  unsigned start(const std::u16string& givenDir);
+  // Plans the entries from `first` on into m_group, recording the changes
+  // they need. Stops before an entry that a change of the group would affect,
+  // and before one whose planning fails (unless it is the first: then the
+  // failure's code is returned with m_failure set).
+  unsigned planGroup(const PackageReader& reader, size_t first);
+  unsigned planEntry(const FileEntry& entry, Work& work);
+  // Makes the group's changes, publishing each entry's progress; then renames
+  // the written files into place and puts them on disk.
+  unsigned actGroup(PackageReader& reader, const std::u16string& givenDir, size_t count);
+  unsigned writeContents(PackageReader& reader, const FileEntry& entry, Work& work);
+  std::pair<int, std::string> place(Work& work, const std::string& path);
+  unsigned placeGroup();
+  // Puts the folders holding the placed files on disk.
+  unsigned flushFolders();
+  void closeGroup();
+  unsigned cancelRun(unsigned percent);
   // Publishes (code, error text, percent), then rolls back; returns the code.
   // m_failure says what failed.
   unsigned stopOnError(unsigned code, unsigned percent);
-  // Checks the target before anything is changed: its paths fit PATH_MAX and
-  // no other run holds it. 0 or the code, with m_failure set.
-  unsigned prepareTarget(const PackageReader& reader, const std::u16string& targetDir);
-  // Saves what stands at `target`, makes its directory and writes the entry
-  // there with the package time. 0 or the code of the failed step, with
-  // m_failure set.
-  unsigned installEntry(PackageReader& reader, const FileEntry& entry,
-                        const std::u16string& target);
-  // Writes the entry's contents under a temporary name beside `target` and
-  // renames it into place.
-  unsigned placeContents(PackageReader& reader, const FileEntry& entry,
-                         const std::u16string& target);
-  // Puts every file placed in this run on disk, with the folders holding them.
-  unsigned flushPlaced();
-  unsigned fail(unsigned code, Step step, const std::u16string& path, int sysError,
+  unsigned fail(unsigned code, Step step, const std::string& path, int sysError,
                 std::string detail = std::string());
 
   Rollback m_rollback;
@@ -76,6 +95,8 @@ class Installer {
   InstallProcessData* m_data = nullptr;
   int m_finishPauseMs;
   Status m_failure;
-  unsigned m_tempCount = 0;
-  std::vector<std::u16string> m_placed;  // files renamed into place, in order
+  std::vector<Work> m_group;
+  std::unordered_set<std::string> m_placedFolders;
+  bool m_cancelled = false;
+  size_t m_acting = 0;  // the entry whose change is being made
 };

@@ -2,117 +2,131 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <unistd.h>
+#include <zlib.h>
 
-#include <atomic>
-#include <cinttypes>
-#include <cstdio>
+#include <cstring>
 
-#include "compat/text.h"
+#include "compat/file_ops.h"
 
 const char kJournalName[] = ".zqstp-journal";
+const char kKeptMarkName[] = ".zqstp-kept";
 
 namespace {
 
-std::atomic<JournalStepHook> g_hook{nullptr};
-std::atomic<unsigned> g_written{0};
+// A record: u32 length of the body, u32 CRC-32 of the length's bytes and the
+// body, then the body: op, inode, size, two times, the new-file flag, the
+// path's length and the path. Numbers are little-endian.
+constexpr size_t kHeadBytes = 8;
+constexpr size_t kFixedBody = 1 + 8 + 8 + 8 + 4 + 8 + 4 + 1 + 4;
+// No record is longer: a path is far shorter, so a larger length is damage.
+constexpr uint32_t kLongestBody = kFixedBody + (1u << 20);
 
-std::string escape(const std::string& bytes) {
-  std::string out;
-  out.reserve(bytes.size());
-  for (char c : bytes) {
-    if (c == '\\') out += "\\\\";
-    else if (c == '\n') out += "\\n";
-    else if (c == '\t') out += "\\t";
-    else out += c;
-  }
-  return out;
+void put(std::string& out, uint64_t value, int bytes) {
+  for (int i = 0; i < bytes; ++i) out.push_back(char((value >> (8 * i)) & 0xFF));
 }
 
-bool unescape(const std::string& text, std::string& bytes) {
-  bytes.clear();
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '\\') {
-      bytes += text[i];
-      continue;
-    }
-    if (++i == text.size()) return false;
-    switch (text[i]) {
-      case '\\': bytes += '\\'; break;
-      case 'n': bytes += '\n'; break;
-      case 't': bytes += '\t'; break;
-      default: return false;
-    }
-  }
-  return true;
+uint64_t get(const char* in, int bytes) {
+  uint64_t value = 0;
+  for (int i = 0; i < bytes; ++i) value |= uint64_t(uint8_t(in[i])) << (8 * i);
+  return value;
 }
 
-bool known(char op) {
-  for (char c : {'T', 'M', 'D', 'N', 'S', 'W', 'C'})
-    if (op == c) return true;
+uint32_t crc_of(const char* data, size_t size) {
+  return uint32_t(crc32(crc32(0, nullptr, 0), reinterpret_cast<const Bytef*>(data), uInt(size)));
+}
+
+bool known(uint8_t op) {
+  for (char c : {'T', 'M', 'D', 'E', 'S', 'W', 'P', 'C'})
+    if (op == uint8_t(c)) return true;
   return false;
+}
+
+// The body at `body` (`size` bytes, checked already) as an entry; false when
+// its fields do not make a record.
+bool decode_body(const char* body, size_t size, JournalEntry& e) {
+  if (size < kFixedBody || !known(uint8_t(body[0]))) return false;
+  e.op = JournalOp(uint8_t(body[0]));
+  e.inode = get(body + 1, 8);
+  e.size = get(body + 9, 8);
+  e.sec[0] = int64_t(get(body + 17, 8));
+  e.nsec[0] = long(get(body + 25, 4));
+  e.sec[1] = int64_t(get(body + 29, 8));
+  e.nsec[1] = long(get(body + 37, 4));
+  e.fresh = body[41] != 0;
+  const uint64_t pathBytes = get(body + 42, 4);
+  if (pathBytes != size - kFixedBody || e.nsec[0] >= 1000000000 || e.nsec[1] >= 1000000000)
+    return false;
+  e.path.assign(body + kFixedBody, size_t(pathBytes));
+  return e.path.find('\0') == std::string::npos;
 }
 
 }  // namespace
 
 std::string encode_entry(const JournalEntry& e) {
-  char numbers[160];
-  std::snprintf(numbers, sizeof numbers, "%c\t%" PRIu64 "\t%" PRId64 ".%ld\t%" PRId64 ".%ld\t",
-                char(e.op), e.inode, e.sec[0], e.nsec[0], e.sec[1], e.nsec[1]);
-  return numbers + escape(narrow_lib(e.path)) + "\n";
+  std::string body;
+  body.reserve(kFixedBody + e.path.size());
+  body.push_back(char(e.op));
+  put(body, e.inode, 8);
+  put(body, e.size, 8);
+  put(body, uint64_t(e.sec[0]), 8);
+  put(body, uint64_t(e.nsec[0]), 4);
+  put(body, uint64_t(e.sec[1]), 8);
+  put(body, uint64_t(e.nsec[1]), 4);
+  body.push_back(e.fresh ? 1 : 0);
+  put(body, e.path.size(), 4);
+  body += e.path;
+  std::string record;
+  put(record, body.size(), 4);
+  std::string checked = record + body;
+  put(record, crc_of(checked.data(), checked.size()), 4);
+  return record + body;
 }
 
-bool decode_entry(const std::string& line, JournalEntry& e) {
-  if (line.size() < 2 || !known(line[0]) || line[1] != '\t') return false;
-  e.op = JournalOp(line[0]);
-  int used = 0;
-  long long s0, s1;
-  unsigned long long inode;
-  if (std::sscanf(line.c_str() + 2, "%llu\t%lld.%ld\t%lld.%ld\t%n", &inode, &s0, &e.nsec[0], &s1,
-                  &e.nsec[1], &used) != 5 || used == 0)
-    return false;
-  e.inode = inode;
-  e.sec[0] = s0;
-  e.sec[1] = s1;
-  std::string bytes;
-  if (!unescape(line.substr(2 + size_t(used)), bytes)) return false;
-  e.path = widen_lib(bytes);
-  return true;
-}
-
-std::vector<JournalEntry> parse_journal(const std::string& text) {
-  std::vector<JournalEntry> entries;
+JournalText parse_journal(const std::string& bytes) {
+  JournalText out;
   size_t pos = 0;
-  for (size_t end; (end = text.find('\n', pos)) != std::string::npos; pos = end + 1) {
+  while (pos < bytes.size()) {
+    if (bytes.size() - pos < kHeadBytes) break;
+    const uint32_t length = uint32_t(get(&bytes[pos], 4));
+    if (length < kFixedBody || length > kLongestBody || bytes.size() - pos - kHeadBytes < length)
+      break;
+    std::string checked = bytes.substr(pos, 4) + bytes.substr(pos + kHeadBytes, length);
     JournalEntry e;
-    if (decode_entry(text.substr(pos, end - pos), e)) entries.push_back(e);
+    if (uint32_t(get(&bytes[pos + 4], 4)) != crc_of(checked.data(), checked.size()) ||
+        !decode_body(&bytes[pos + kHeadBytes], length, e))
+      break;
+    out.entries.push_back(std::move(e));
+    pos += kHeadBytes + length;
   }
-  return entries;
+  out.clean = pos == bytes.size();
+  return out;
 }
 
 int JournalFile::create(int dirFd) {
   close();
-  m_fd = openat(dirFd, kJournalName, O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_NOFOLLOW | O_CLOEXEC,
-                0600);
-  return m_fd < 0 ? errno : 0;
+  return file_ops().open(dirFd, kJournalName, O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_NOFOLLOW,
+                         0600, m_fd);
 }
 
-int JournalFile::append(const JournalEntry& entry) {
+int JournalFile::append(const std::vector<JournalEntry>& entries) {
   if (m_fd < 0) return EBADF;
-  const std::string line = encode_entry(entry);
-  ssize_t n;
-  do n = write(m_fd, line.data(), line.size());
-  while (n < 0 && errno == EINTR);
-  if (n < 0) return errno;
-  if (size_t(n) != line.size()) return ENOSPC;
-  const unsigned count = ++g_written;
-  if (JournalStepHook hook = g_hook.load()) hook(count);
+  std::string bytes;
+  for (const JournalEntry& e : entries) bytes += encode_entry(e);
+  size_t done = 0;
+  if (int error = file_ops().write(m_fd, bytes.data(), bytes.size(), done)) return error;
+  if (done != bytes.size()) return ENOSPC;
+  m_dirty = true;
+  return 0;
+}
+
+int JournalFile::flush() {
+  if (m_fd < 0 || !m_dirty) return 0;
+  if (int error = file_ops().flush(m_fd)) return error;
+  m_dirty = false;
   return 0;
 }
 
 void JournalFile::close() {
-  if (m_fd >= 0) ::close(m_fd);
+  if (m_fd >= 0) file_ops().close(m_fd);
   m_fd = -1;
 }
-
-void set_journal_step_hook(JournalStepHook hook) { g_hook = hook; }

@@ -1,7 +1,9 @@
-// The on-disk journal of one run, kept in the run's backup directory. Each
-// record is written (one write, appended) before the change it describes is
-// made, so a process that dies at any instant leaves a journal from which a
-// later process can undo everything the run did to the target.
+// The on-disk journal of one run, kept in the run's backup directory. It is
+// written ahead: each record is in the file before the change it describes
+// is made, so a process that dies at any instant leaves a journal from which
+// a later process can undo what the run did. Each record carries its own
+// length and a CRC-32, so a record cut short or damaged ends the readable
+// journal there, and nothing after it is trusted.
 #pragma once
 
 #include <cstdint>
@@ -10,37 +12,42 @@
 
 // The journal's file name inside the backup directory.
 extern const char kJournalName[];
+// A file in the backup directory whose presence says: this backup was kept
+// because not everything could be put back; it is never played back again.
+extern const char kKeptMarkName[];
 
-enum class JournalOp : char {
-  kTarget = 'T',     // the run's target directory (the first record)
-  kTimes = 'M',      // times of an existing directory before the run changed it
-  kDirectory = 'D',  // a directory level about to be created
-  kNewFile = 'N',    // a file about to be created where none was
-  kSavedFile = 'S',  // an old file about to be moved aside into the backup
-  kTempFile = 'W',   // a temporary file about to be created beside a target
-  kCommitted = 'C',  // the installed files are on disk: nothing to undo
+enum class JournalOp : uint8_t {
+  kTarget = 'T',         // the run's target, as spelled for mkdir -p (the first record)
+  kTimes = 'M',          // an existing folder's inode and times before the run changed it
+  kDirectory = 'D',      // a folder level about to be made (it did not exist)
+  kDirectoryMade = 'E',  // the same level once made: its inode
+  kSavedFile = 'S',      // an old file about to be moved aside: its inode and change time
+  kTempFile = 'W',       // a temporary file about to be created beside its place
+  kPlacedFile = 'P',     // a written file about to take its place: its inode, size and time
+  kCommitted = 'C',      // the installed files are on disk: nothing to undo
 };
 
 struct JournalEntry {
   JournalOp op = JournalOp::kTarget;
-  std::u16string path;
-  // kTimes: the directory's inode, access and modification time;
-  // kSavedFile: the old file's inode and status-change time, which tell it
-  // from a file written in its place.
-  uint64_t inode = 0;
-  int64_t sec[2] = {0, 0};
-  long nsec[2] = {0, 0};
+  std::string path;       // the path's bytes as the system sees them; never holds a NUL
+  uint64_t inode = 0;     // kTimes, kDirectoryMade, kSavedFile, kPlacedFile
+  uint64_t size = 0;      // kPlacedFile: the file's size; kTarget: bytes of the existing prefix
+  int64_t sec[2] = {0, 0};  // kTimes: access, modification; kSavedFile: [0] change;
+  long nsec[2] = {0, 0};    //   kPlacedFile: [0] modification
+  bool fresh = false;     // kPlacedFile: nothing stood at the path before (a new file)
 };
 
-// One line: the operation, the numbers, the path with "\\", "\t" and "\n"
-// escaped.
+// One record: length, CRC-32, then the fields.
 std::string encode_entry(const JournalEntry& entry);
-// False for a line that is not a whole record.
-bool decode_entry(const std::string& line, JournalEntry& entry);
 
-// Every whole record of the journal text (a last line without its "\n" was
-// cut short and is left out).
-std::vector<JournalEntry> parse_journal(const std::string& text);
+// The journal read back: every whole, checked record up to the first that is
+// cut short or damaged. `clean` is false when bytes were left over after the
+// last good record (a torn or damaged record, or garbage).
+struct JournalText {
+  std::vector<JournalEntry> entries;
+  bool clean = true;
+};
+JournalText parse_journal(const std::string& bytes);
 
 // The open journal of the running process.
 class JournalFile {
@@ -54,16 +61,14 @@ class JournalFile {
   // link, never an existing file). 0 or errno.
   int create(int dirFd);
   bool isOpen() const { return m_fd >= 0; }
-  // Appends one record with one write. 0 or errno (ENOSPC for a short write).
-  int append(const JournalEntry& entry);
+  // Appends the records with one write. 0 or errno (ENOSPC for a short write).
+  int append(const std::vector<JournalEntry>& entries);
+  int append(const JournalEntry& entry) { return append(std::vector<JournalEntry>{entry}); }
+  // Puts what was appended on disk. 0 or errno.
+  int flush();
   void close();
 
  private:
   int m_fd = -1;
+  bool m_dirty = false;
 };
-
-// For tests: a function called after each record is written and before the
-// change it describes is made, with the count of records this process has
-// written so far. Null (the default) calls nothing.
-using JournalStepHook = void (*)(unsigned recordsWritten);
-void set_journal_step_hook(JournalStepHook hook);

@@ -1,120 +1,107 @@
 #include "install/recovery.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include "compat/file_system.h"
+#include <algorithm>
+
+#include "compat/file_ops.h"
 #include "compat/text.h"
+#include "install/backup_dir.h"
 #include "install/journal.h"
-#include "install/rollback.h"
 #include "install/target_lock.h"
 
 namespace {
 
-bool is_backup_name(const std::string& name) {
-  const std::string prefix = "zqstp";
-  if (name.size() <= prefix.size() || name.compare(0, prefix.size(), prefix) != 0) return false;
-  for (size_t i = prefix.size(); i < name.size(); ++i)
-    if (name[i] < '0' || name[i] > '9') return false;
-  return true;
-}
-
-// The journal text, read through `dirFd` without following a link; false
-// when there is no journal of this user.
-bool read_journal(int dirFd, std::string& text) {
-  int fd = openat(dirFd, kJournalName, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return false;
-  struct stat st;
-  bool ours = fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == geteuid();
-  text.clear();
+// The journal's bytes, read through the backup directory without following
+// a link. False when there is no journal of this user.
+bool read_journal(const BackupDir& backup, std::string& bytes) {
+  int fd = -1;
+  if (file_ops().open(backup.fd(), kJournalName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0, fd))
+    return false;
+  struct stat64 st;
+  bool ours = file_ops().stat(fd, std::string(), st, true) == 0 && S_ISREG(st.st_mode) &&
+              st.st_uid == geteuid();
+  bytes.clear();
   char buffer[65536];
-  ssize_t n;
-  while (ours && (n = read(fd, buffer, sizeof buffer)) > 0) text.append(buffer, size_t(n));
-  close(fd);
+  size_t n = 0;
+  while (ours && file_ops().read(fd, buffer, sizeof buffer, n) == 0 && n > 0)
+    bytes.append(buffer, n);
+  file_ops().close(fd);
   return ours;
 }
 
-// Whether every path the journal names lies below its target: anything else
-// is not played back.
-bool paths_inside(const std::u16string& target, const std::vector<JournalEntry>& entries) {
-  if (target.size() < 2 || target[0] != u'/' || target.back() != u'/') return false;
-  if (target.find(u"/../") != std::u16string::npos) return false;
-  for (const JournalEntry& e : entries) {
-    if (e.op == JournalOp::kTarget || e.op == JournalOp::kCommitted) continue;
-    if (e.path.find(u"/../") != std::u16string::npos) return false;
-    // A directory's times are journaled for its parent too, which may be the
-    // target's own parent levels.
-    if (e.op == JournalOp::kTimes) continue;
-    if (e.path.size() <= target.size() || e.path.compare(0, target.size(), target) != 0)
-      return false;
-  }
-  return true;
-}
-
-// One interrupted run. The directory is open and locked as `dirFd`.
-bool recover_one(int dirFd, const std::u16string& backupDir, std::vector<RecoveredRun>& out) {
-  std::string text;
-  if (!read_journal(dirFd, text)) {
+// One interrupted run whose backup directory is held in `backup`. False
+// when it was left for later because a stop was asked for.
+bool recover_one(BackupDir& backup, const PlayBackControl& control, RecoveryReport& report) {
+  if (backup.isMarkedKept()) return true;
+  std::string bytes;
+  if (!read_journal(backup, bytes)) {
     // Its run died before the journal existed: nothing was changed.
-    if (is_empty_directory(dirFd)) rmdir(narrow_lib(backupDir).c_str());
-    return false;
-  }
-  const std::vector<JournalEntry> entries = parse_journal(text);
-  RecoveredRun run;
-  run.backupDir = backupDir;
-  if (!entries.empty() && entries[0].op == JournalOp::kTarget) run.targetDir = entries[0].path;
-  bool committed = false;
-  for (const JournalEntry& e : entries) committed = committed || e.op == JournalOp::kCommitted;
-
-  if (committed) {
-    // The run had succeeded: nothing to undo, and nothing to report.
-    FileSystem::RemoveDirectory(backupDir);
+    if (backup.holdsOnly({})) backup.remove();
     return true;
   }
-  if (!run.targetDir.empty() && paths_inside(run.targetDir, entries)) {
-    // A new run into the same target may hold it; its own start played
-    // this journal back already, or will next time.
+  const RunJournal journal = check_journal(parse_journal(bytes));
+  RecoveredRun run;
+  run.backupDir = widen_lib(backup.path());
+  run.targetDir = widen_lib(journal.target);
+  if (journal.entries.empty() && journal.clean) {
+    // Its run died before its first record: nothing was changed.
+    if (backup.holdsOnly({})) backup.remove();
+    return true;
+  }
+  if (!journal.target.empty()) {
+    // A run into the same target holds it: its own start played this
+    // journal back already, or the next start will.
     TargetLock lock;
     int sysError = 0;
-    if (lock.acquire(run.targetDir, sysError) != 0) return false;
-    run.complete = play_back(run.targetDir, backupDir, entries);
+    if (lock.acquire(journal.target, sysError) != 0) return true;
+    const PlayBackResult result = play_back(journal, backup.path(), control);
+    if (result.stopped) return false;
+    if (journal.committed) {
+      // The run had succeeded: nothing to undo, and nothing to report.
+      if (backup.holdsOnly(result.saved)) backup.remove();
+      return true;
+    }
+    run.complete = result.complete && backup.holdsOnly(result.saved);
   }
-  if (run.complete) FileSystem::RemoveDirectory(backupDir);
-  out.push_back(run);
+  if (run.complete)
+    backup.remove();
+  else
+    backup.markKept();
+  report.runs.push_back(run);
   return true;
 }
 
 }  // namespace
 
-std::vector<RecoveredRun> recover_interrupted_runs() {
-  std::vector<RecoveredRun> out;
-  std::u16string tmp;
-  FileSystem::GetTempPath(tmp);
-  const std::string base = narrow_lib(tmp);
-  DIR* dir = opendir(base.c_str());
-  if (!dir) return out;
+RecoveryReport recover_interrupted_runs(const PlayBackControl& control) {
+  RecoveryReport report;
+  const std::string base = temp_directory();
+  int dirFd = -1;
+  if (file_ops().open(AT_FDCWD, base, O_RDONLY | O_DIRECTORY, 0, dirFd) != 0) return report;
   std::vector<std::string> names;
-  while (dirent* e = readdir(dir))
-    if (is_backup_name(e->d_name)) names.push_back(e->d_name);
-  closedir(dir);
+  file_ops().list(dirFd, names);
+  file_ops().close(dirFd);
+  names.erase(std::remove_if(names.begin(), names.end(),
+                             [](const std::string& n) { return !is_backup_name(n); }),
+              names.end());
+  std::sort(names.begin(), names.end());
 
   for (const std::string& name : names) {
-    const std::string path = base + name;
-    struct stat named;
-    if (lstat(path.c_str(), &named) != 0 || !S_ISDIR(named.st_mode) || named.st_uid != geteuid())
-      continue;  // a link, a file, or another user's: never entered
-    int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) continue;
-    struct stat opened;
-    // A live run holds its backup directory locked.
-    if (fstat(fd, &opened) == 0 && opened.st_dev == named.st_dev &&
-        opened.st_ino == named.st_ino && flock(fd, LOCK_EX | LOCK_NB) == 0)
-      recover_one(fd, widen_lib(path + "/"), out);
-    close(fd);
+    if (control.stop && control.stop->load()) {
+      report.stopped = true;
+      break;
+    }
+    BackupDir backup;
+    // A link, a file, another user's folder or a live run's: never entered.
+    if (!backup.take(base + name + "/")) continue;
+    if (!recover_one(backup, control, report)) {
+      report.stopped = true;
+      break;
+    }
   }
-  return out;
+  remove_stale_target_locks();
+  return report;
 }

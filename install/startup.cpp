@@ -3,16 +3,28 @@
 #include <errno.h>
 
 #include "compat/file_finder.h"
+#include "install/backup_dir.h"
 #include "install/recovery.h"
-#include "package/working_file.h"
 
 StartupReport prepare_installation(const std::u16string& packagePath, PackageReader& package,
-                                   StarterState& starter, const std::atomic<bool>* stop) {
+                                   StarterState& starter, const std::atomic<bool>* stop,
+                                   const RecoveryProgress& progress) {
   StartupReport report;
-  for (const RecoveredRun& run : recover_interrupted_runs())
+  // Backups are kept in the temporary directory: one that others could
+  // rename things in is used for nothing, recovery included.
+  report.status = check_temp_directory();
+  if (!report.status.ok()) return report;
+  PlayBackControl control;
+  control.stop = stop;
+  control.progress = progress;
+  const RecoveryReport recovery = recover_interrupted_runs(control);
+  for (const RecoveredRun& run : recovery.runs)
     (run.complete ? report.restored : report.notRestored)
         .push_back(run.complete ? run.targetDir : run.backupDir);
-  remove_orphan_working_files();
+  if (recovery.stopped) {
+    report.status = failure(ERROR_CANCELLED, Step::kRollback, std::u16string(), 0, "interrupted");
+    return report;
+  }
 
   FileFinder finder;
   if (packagePath.empty() || !finder.reset(packagePath)) {
@@ -28,5 +40,7 @@ StartupReport prepare_installation(const std::u16string& packagePath, PackageRea
 }
 
 const char* startup_failure_key(const Status& status) {
-  return status.step == Step::kFindPackage ? "IDS_ERROR_NOSOURCE" : load_failure_key(status);
+  if (status.step == Step::kFindPackage) return "IDS_ERROR_NOSOURCE";
+  if (status.step == Step::kCheckTemp) return "IDS_INSTALL_ERROR";
+  return load_failure_key(status);
 }

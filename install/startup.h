@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,15 +18,21 @@ struct StartupReport {
   std::vector<std::u16string> notRestored;   // backup folders kept: not everything went back
 };
 
-// Undoes interrupted runs of this user (their journals played back, their
-// backup folders and working files removed), then checks that
+// Steps of the recovery done and in all, now and then.
+using RecoveryProgress = std::function<void(size_t done, size_t total)>;
+
+// Refuses a temporary directory where other users could rename the backups
+// (backup_dir.h); undoes interrupted runs of this user (their journals
+// played back, their backup folders removed); then checks that
 // `packagePath` names an existing package, reads the starter state and
-// loads the package into `package`. A raised `stop` ends the load early
-// (code 1223). Nothing of this run is left in the temporary directory
+// loads the package into `package`. A raised `stop` ends the recovery
+// between two steps (the next start finishes it) or the load (code 1223
+// either way). Nothing of this run is left in the temporary directory
 // after a failure.
 StartupReport prepare_installation(const std::u16string& packagePath, PackageReader& package,
                                    StarterState& starter,
-                                   const std::atomic<bool>* stop = nullptr);
+                                   const std::atomic<bool>* stop = nullptr,
+                                   const RecoveryProgress& progress = RecoveryProgress());
 
 // The text the user is shown when the start fails.
 const char* startup_failure_key(const Status& status);

@@ -3,68 +3,132 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <vector>
+
+#include "compat/file_ops.h"
 #include "compat/file_system.h"
-#include "compat/text.h"
+#include "install/backup_dir.h"
 
 namespace {
 
-std::string parent_of(const std::string& path) {
-  size_t slash = path.find_last_of('/', path.size() > 1 ? path.size() - 2 : 0);
-  if (slash == std::string::npos || slash == 0) return "/";
-  return path.substr(0, slash);
+// The lock file's name: the FNV-1a hash of the target's folded path.
+std::string lock_name(const std::string& target) {
+  uint64_t hash = 1469598103934665603ull;
+  for (unsigned char c : target) hash = (hash ^ c) * 1099511628211ull;
+  char name[24];
+  std::snprintf(name, sizeof name, "%016llx.lock", static_cast<unsigned long long>(hash));
+  return name;
 }
 
-int open_directory(const std::string& path) {
-  return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-}
-
-// Whether another run holds `dir` exclusively; the probe takes a shared
-// lock for an instant and drops it.
-bool held_elsewhere(const std::string& dir) {
-  int fd = open_directory(dir);
-  if (fd < 0) return false;
-  bool held = flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  close(fd);
-  return held;
+// Opens this user's lock folder "zqstp-locks-<uid>[-K]" in the temporary
+// directory, making it when missing. A name another user holds, or one that
+// is a link or open to others, is passed over. -1 with `error` set when none
+// can be had.
+int open_lock_folder(std::string& path, int& error, bool make = true) {
+  const std::string base = temp_directory() + "zqstp-locks-" + std::to_string(geteuid());
+  int retries = 0;
+  for (int k = 0; k < 100; ++k) {
+    path = k ? base + "-" + std::to_string(k) : base;
+    error = make ? file_ops().makeDirectory(path, 0700) : 0;
+    const bool made = make && error == 0;
+    if (error != 0 && error != EEXIST) return -1;
+    int fd = -1;
+    error = file_ops().open(AT_FDCWD, path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW, 0, fd);
+    if (error == ENOENT && !make) return -1;
+    if (error == ENOENT && ++retries < 100) {
+      --k;  // removed by a run that ended meanwhile: make it again
+      continue;
+    }
+    if (error != 0 && made) {
+      file_ops().unlink(AT_FDCWD, path, true);
+      return -1;
+    }
+    // A link, a file or another user's folder: not ours, the next name is tried.
+    if (error == ELOOP || error == ENOTDIR || error == EACCES) continue;
+    if (error != 0) return -1;
+    struct stat64 st;
+    error = file_ops().stat(fd, std::string(), st, true);
+    if (error == 0 && st.st_uid == geteuid() && (st.st_mode & 077) == 0) return fd;
+    file_ops().close(fd);
+    if (error != 0) {
+      if (made) file_ops().unlink(AT_FDCWD, path, true);
+      return -1;
+    }
+  }
+  error = EEXIST;
+  return -1;
 }
 
 }  // namespace
 
-unsigned TargetLock::acquire(const std::u16string& targetDir, int& sysError) {
+unsigned TargetLock::acquire(const std::string& target, int& sysError) {
   release();
   sysError = 0;
-  std::string dir = narrow_lib(targetDir);
-  while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
-  // The nearest existing level of the target.
-  struct stat st;
-  while (dir != "/" && !(stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode)))
-    dir = parent_of(dir);
-  int fd = open_directory(dir);
-  if (fd < 0) {
-    sysError = errno;
-    return ERROR_INVALID_PARAMETER;
-  }
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    sysError = errno;
-    close(fd);
-    return sysError == EWOULDBLOCK ? kTargetBusy : ERROR_INVALID_PARAMETER;
-  }
-  for (std::string up = dir; up != "/";) {
-    up = parent_of(up);
-    if (held_elsewhere(up)) {
-      close(fd);
-      sysError = EWOULDBLOCK;
-      return kTargetBusy;
+  m_name = lock_name(target);
+  // A lock file removed by the run that held it between our open and our
+  // lock is not the lock any more: try again with the name's new file.
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    m_dirFd = open_lock_folder(m_dirPath, sysError);
+    if (m_dirFd < 0) return ERROR_CANTWRITE;
+    if ((sysError = file_ops().open(m_dirFd, m_name, O_RDWR | O_CREAT | O_NOFOLLOW, 0600, m_fd))) {
+      release();
+      if (sysError == ENOENT) continue;  // the folder went meanwhile
+      return ERROR_CANTWRITE;
     }
+    if (int error = file_ops().lock(m_fd, LOCK_EX)) {
+      release();
+      sysError = error == EWOULDBLOCK ? 0 : error;
+      return error == EWOULDBLOCK ? kTargetBusy : ERROR_CANTWRITE;
+    }
+    struct stat64 held, named;
+    if (file_ops().stat(m_fd, std::string(), held, true) == 0 &&
+        file_ops().stat(m_dirFd, m_name, named, false) == 0 && held.st_ino == named.st_ino &&
+        held.st_dev == named.st_dev)
+      return 0;
+    file_ops().close(m_fd);
+    m_fd = -1;
+    file_ops().close(m_dirFd);
+    m_dirFd = -1;
   }
-  m_fd = fd;
-  return 0;
+  sysError = EAGAIN;
+  return ERROR_CANTWRITE;
 }
 
 void TargetLock::release() {
-  if (m_fd >= 0) close(m_fd);  // closing drops the lock
-  m_fd = -1;
+  if (m_fd >= 0) {
+    // Removed while still held, so that nobody locks a file that is going.
+    file_ops().unlink(m_dirFd, m_name, false);
+    file_ops().close(m_fd);
+  }
+  if (m_dirFd >= 0) {
+    file_ops().unlink(AT_FDCWD, m_dirPath, true);  // only when empty; fails otherwise
+    file_ops().close(m_dirFd);
+  }
+  m_fd = m_dirFd = -1;
+}
+
+void remove_stale_target_locks() {
+  std::string path;
+  int error = 0;
+  const int dirFd = open_lock_folder(path, error, false);
+  if (dirFd < 0) return;
+  std::vector<std::string> names;
+  file_ops().list(dirFd, names);
+  for (const std::string& name : names) {
+    int fd = -1;
+    if (name.size() < 5 || name.compare(name.size() - 5, 5, ".lock") != 0 ||
+        file_ops().open(dirFd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0, fd) != 0)
+      continue;
+    struct stat64 held, named;
+    if (file_ops().lock(fd, LOCK_EX) == 0 && file_ops().stat(fd, std::string(), held, true) == 0 &&
+        file_ops().stat(dirFd, name, named, false) == 0 && held.st_ino == named.st_ino &&
+        S_ISREG(held.st_mode))
+      file_ops().unlink(dirFd, name, false);
+    file_ops().close(fd);
+  }
+  file_ops().close(dirFd);
+  file_ops().unlink(AT_FDCWD, path, true);  // only when empty
 }

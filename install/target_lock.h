@@ -1,4 +1,9 @@
-// One run per target directory: an advisory lock on the open directory.
+// One run per target directory. The lock is a file named after the target in
+// a folder of this user's in the temporary directory (mode 0700), so only
+// this user's runs take part: a lock another user holds anywhere, on the
+// target or above it, never blocks or falsifies a run or a recovery. Runs
+// into different targets never refuse each other, and a target that does not
+// exist yet is locked before it is made. Nothing is added to the target.
 #pragma once
 
 #include <string>
@@ -10,21 +15,23 @@ class TargetLock {
   TargetLock& operator=(const TargetLock&) = delete;
   ~TargetLock() { release(); }
 
-  // Locks the resolved `targetDir` (ending in "/") for this run: an exclusive
-  // flock on the directory itself, or, while it does not exist yet, on its
-  // nearest existing ancestor (so two runs into one new directory exclude
-  // each other too). Nothing is added to any directory. The lock also fails
-  // when an ancestor is held by another run, which may be creating this very
-  // directory. 0; 32 when another run holds it (`sysError` EWOULDBLOCK); or
-  // 87 with `sysError` set when the directory cannot be opened.
-  unsigned acquire(const std::u16string& targetDir, int& sysError);
+  // Locks the folded target path `target` for this run. 0; kTargetBusy when
+  // another run of this user holds it; ERROR_CANTWRITE with `sysError` when
+  // the lock cannot be made.
+  unsigned acquire(const std::string& target, int& sysError);
+  // Drops the lock and removes the lock file (and its folder when empty).
   void release();
-  // The locked directory's descriptor (-1 when not locked).
-  int fd() const { return m_fd; }
 
  private:
+  int m_dirFd = -1;
   int m_fd = -1;
+  std::string m_dirPath;
+  std::string m_name;
 };
+
+// Removes the lock files of this user that no run holds (their run was
+// killed), and the lock folder when it is empty then.
+void remove_stale_target_locks();
 
 // The code of a target held by another run.
 constexpr unsigned kTargetBusy = 32;

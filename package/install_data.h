@@ -38,15 +38,15 @@ class InstallData {
  public:
   InstallData() : buffer(new uint8_t[kCopyBufferSize]) {}
   ~InstallData() {
+    // The working file has no name: closing it is deleting it.
     if (handle != INVALID_HANDLE_VALUE) FileSystem::CloseHandle(handle);
-    if (!workingPath.empty()) FileSystem::DeleteFile(workingPath);
   }
   InstallData(const InstallData&) = delete;
   InstallData& operator=(const InstallData&) = delete;
 
   std::vector<LanguageEntry> languages;
   std::vector<FileEntry> files;
-  std::u16string workingPath;            // empty until a working file exists
+  std::u16string workingDir;             // the working file's folder; empty until it exists
   HANDLE handle = INVALID_HANDLE_VALUE;  // working file, opened read-write
   uint32_t bufferSize = kCopyBufferSize;
   std::unique_ptr<uint8_t[]> buffer;  // the copy buffer used for every file

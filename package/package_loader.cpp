@@ -55,7 +55,7 @@ uint64_t current_position(HANDLE handle) {
 // Working file, inflation and catalogue.
 Status load_working_file(PackageReader& reader, const std::u16string& packagePath,
                          const LoadOptions& options) {
-  if (Status status = create_working_file(reader.workingPath, reader.handle); !status.ok())
+  if (Status status = create_working_file(reader.workingDir, reader.handle); !status.ok())
     return status;
 
   int writeError = 0;
@@ -65,7 +65,7 @@ Status load_working_file(PackageReader& reader, const std::u16string& packagePat
   unpack.stop = options.stop;
   unpack.writeError = &writeError;
   if (unsigned code = LZCompressor::unpack(packagePath, reader.handle, unpack)) {
-    if (code == ERROR_CANTWRITE) return failure(code, Step::kUnpack, reader.workingPath, writeError);
+    if (code == ERROR_CANTWRITE) return failure(code, Step::kUnpack, reader.workingDir, writeError);
     if (code == ERROR_INVALID_DATA)
       return failure(code, Step::kUnpack, packagePath, 0, "not a valid compressed stream");
     if (code == ERROR_CANCELLED) return failure(code, Step::kUnpack, packagePath, 0, "interrupted");
@@ -122,10 +122,7 @@ Status load_package(PackageReader& reader, const std::u16string& packagePath,
       FileSystem::CloseHandle(reader.handle);
       reader.handle = INVALID_HANDLE_VALUE;
     }
-    if (!reader.workingPath.empty()) {
-      FileSystem::DeleteFile(reader.workingPath);
-      reader.workingPath.clear();
-    }
+    reader.workingDir.clear();
   }
   return status;
 }

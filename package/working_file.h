@@ -1,7 +1,7 @@
 // The working file: the inflated package in the temporary directory. It is
-// a new regular file of this user, created without following any link, and
-// locked for as long as it is open, so that a later start can tell the file
-// of a run that is gone (removed then) from one still in use.
+// a file of this user that has no name, so that it goes with the process
+// however the process ends, and no later start ever has to guess whether a
+// file in the temporary directory was one.
 #pragma once
 
 #include <string>
@@ -9,11 +9,9 @@
 #include "compat/file_system.h"
 #include "compat/status.h"
 
-// Creates "<temporary directory>/kptXXXXXX" (mode 0600), opened read-write
-// and locked. On success `path` and `handle` are set; on failure nothing is
-// left behind.
-Status create_working_file(std::u16string& path, HANDLE& handle);
-
-// Deletes this user's working files in the temporary directory whose lock
-// nobody holds (their run was killed). Returns how many went.
-unsigned remove_orphan_working_files();
+// Creates the working file in the temporary directory, open read-write. On
+// file systems that cannot make a file without a name, a new file "kptXXXXXX"
+// (mode 0600, never through a link) is made and its name removed at once. On
+// success `directory` names the temporary directory and `handle` is set; on
+// failure nothing is left behind.
+Status create_working_file(std::u16string& directory, HANDLE& handle);

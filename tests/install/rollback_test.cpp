@@ -12,6 +12,14 @@ using namespace installtest;
 
 namespace {
 
+// The folders the journal records as made by the run, in order.
+std::vector<std::u16string> made_folders(const Rollback& rb) {
+  std::vector<std::u16string> out;
+  for (const JournalEntry& e : rb.journal())
+    if (e.op == JournalOp::kDirectoryMade) out.push_back(w(e.path));
+  return out;
+}
+
 TEST(RollbackTest, BackupNameAndTheDirectoryJournalHoldOnlyWhatTheRunCreated) {
   Sandbox box;
   const std::string t = box.target();
@@ -29,6 +37,8 @@ TEST(RollbackTest, BackupNameAndTheDirectoryJournalHoldOnlyWhatTheRunCreated) {
       {t + "/a/b/c", 0, {t + "/a", t + "/a/b", t + "/a/b/c"}, 1},
       {t + "/a/b/c", 0, {}, 0},  // made already in this run
       {t + "//a/b/d", 0, {t + "/a/b/d"}, 1},
+      // The spelling's folders are made as mkdir -p makes them: "u" too.
+      {t + "/u/../v", 0, {t + "/u", t + "/v"}, 1},
       {t + "/plain/sub", ERROR_PATH_NOT_FOUND, {}, 1},
       // mkdir -p makes "n" and then fails: "n" is still this run's.
       {t + "/n/" + longName, ERROR_PATH_NOT_FOUND, {t + "/n"}, 1},
@@ -36,7 +46,7 @@ TEST(RollbackTest, BackupNameAndTheDirectoryJournalHoldOnlyWhatTheRunCreated) {
   const Snapshot before = snapshot(box.root());
   Rollback rb;
   ASSERT_EQ(rb.start(box.targetDir()), 0u);
-  EXPECT_EQ(narrow_lib(rb.records().back().backupDir), box.tmp() + "/zqstp2/");
+  EXPECT_EQ(narrow_lib(rb.record().backupDir), box.tmp() + "/zqstp2/");
   std::vector<std::u16string> journal;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.dir.substr(0, 80));
@@ -44,14 +54,14 @@ TEST(RollbackTest, BackupNameAndTheDirectoryJournalHoldOnlyWhatTheRunCreated) {
     EXPECT_EQ(rb.makeDirectoryTree(w(c.dir)), c.code);
     EXPECT_EQ(shell_command_count() - commands, c.commands);
     for (const std::string& dir : c.journaled) journal.push_back(w(dir));
-    EXPECT_EQ(rb.records().back().newDirectoryList, journal);
+    EXPECT_EQ(made_folders(rb), journal);
   }
   EXPECT_EQ(rb.rollback(5), 5u);
   EXPECT_EQ(snapshot_difference(before, snapshot(box.root())), "");
 
   // No target: no backup directory, and nothing to undo.
   ASSERT_EQ(rb.start(u""), 0u);
-  EXPECT_TRUE(rb.records().back().backupDir.empty());
+  EXPECT_TRUE(rb.record().backupDir.empty());
   EXPECT_EQ(rb.rollback(5), 5u);
   EXPECT_EQ(snapshot_difference(before, snapshot(box.root())), "");
 }
@@ -70,11 +80,12 @@ TEST(RollbackTest, RollbackPutsBackExactlyWhatWasMovedAside) {
   Snapshot expected = snapshot(box.target());
   Rollback rb;
   ASSERT_EQ(rb.start(box.targetDir()), 0u);
-  const std::string backup = narrow_lib(rb.records().back().backupDir);
+  const std::string backup = narrow_lib(rb.record().backupDir);
   for (const char* f : {"top.txt", "gone/precious.txt"}) {
     ASSERT_EQ(rb.storeRBFile(w(t + f)), 0u);
     EXPECT_FALSE(exists(t + f));
     write_file(t + f, "new");
+    rb.addRBFile(w(t + f));
   }
   // The backup subdirectory, made earlier in the run, is now a plain file.
   ASSERT_EQ(rb.makeBackupDirectoryTree(w(backup + "other")), 0u);
@@ -89,6 +100,7 @@ TEST(RollbackTest, RollbackPutsBackExactlyWhatWasMovedAside) {
   expected["made/old.txt"] = snapshot(t + "made")["old.txt"];
   ASSERT_EQ(rb.storeRBFile(w(t + "made/old.txt")), 0u);
   write_file(t + "made/old.txt", "new");
+  rb.addRBFile(w(t + "made/old.txt"));
   write_file(t + "made/inner/m.txt", "new");
   write_file(backup + "stray.txt", "not ours");
   // A plain file takes the place of the directory "gone".

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "package/package_loader.h"
 #include "package/package_layout.h"
 
 namespace pkgtest {
@@ -78,6 +79,11 @@ inline std::string test_bytes(size_t size, uint32_t seed, bool noise = false) {
   std::string out;
   while (out.size() < size) out += noise ? std::string(1, char(rng())) : kWords[rng() % 6];
   return out.substr(0, size);
+}
+
+// The loaded reader's working file, which has no name of its own.
+inline std::string working_file_path(const PackageReader& reader) {
+  return "/proc/self/fd/" + std::to_string(reinterpret_cast<intptr_t>(reader.handle));
 }
 
 }  // namespace pkgtest

@@ -58,7 +58,7 @@ TEST(ToolsTest, BuildListLoadRoundTrip) {
     ASSERT_TRUE(load_package(reader, widen_lib(package)).ok());
     EXPECT_EQ(reader.languages.size(), languages);
     ASSERT_EQ(reader.files.size(), kTree.size());
-    const std::string written = read_file(narrow_lib(reader.workingPath));
+    const std::string written = read_file(working_file_path(reader));
     for (size_t i = 0; i < kTree.size(); ++i) {
       const FileEntry& f = reader.files[i];
       EXPECT_EQ(f.name, kTree[i].name) << i;

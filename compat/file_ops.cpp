@@ -1,0 +1,135 @@
+#include "compat/file_ops.h"
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/file.h>
+#include <sys/statvfs.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+
+extern char** environ;
+
+namespace {
+
+FileOps g_system;
+std::atomic<FileOps*> g_ops{&g_system};
+
+int result(int value) { return value < 0 ? errno : 0; }
+
+}  // namespace
+
+FileOps& file_ops() { return *g_ops.load(); }
+
+FileOps* set_file_ops(FileOps* ops) { return g_ops.exchange(ops ? ops : &g_system); }
+
+int FileOps::open(int dirFd, const std::string& path, int flags, mode_t mode, int& fd) {
+  int opened;
+  do opened = ::openat(dirFd, path.c_str(), flags | O_CLOEXEC, mode);
+  while (opened < 0 && errno == EINTR);
+  if (opened < 0) return errno;
+  fd = opened;
+  return 0;
+}
+
+int FileOps::close(int fd) { return result(::close(fd)); }
+
+int FileOps::read(int fd, void* buffer, size_t count, size_t& done) {
+  ssize_t n;
+  do n = ::read(fd, buffer, count);
+  while (n < 0 && errno == EINTR);
+  done = n < 0 ? 0 : size_t(n);
+  return n < 0 ? errno : 0;
+}
+
+int FileOps::write(int fd, const void* buffer, size_t count, size_t& done) {
+  ssize_t n;
+  do n = ::write(fd, buffer, count);
+  while (n < 0 && errno == EINTR);
+  done = n < 0 ? 0 : size_t(n);
+  return n < 0 ? errno : 0;
+}
+
+int FileOps::seek(int fd, int64_t offset, int whence, int64_t& position) {
+  off64_t at = lseek64(fd, offset, whence);
+  if (at < 0) return errno;
+  position = at;
+  return 0;
+}
+
+int FileOps::truncate(int fd, int64_t length) { return result(ftruncate64(fd, length)); }
+
+int FileOps::stat(int dirFd, const std::string& path, struct stat64& st, bool follow) {
+  int flags = (follow ? 0 : AT_SYMLINK_NOFOLLOW) | (path.empty() ? AT_EMPTY_PATH : 0);
+  return result(fstatat64(dirFd, path.c_str(), &st, flags));
+}
+
+int FileOps::rename(int fromDir, const std::string& from, int toDir, const std::string& to) {
+  return result(::renameat(fromDir, from.c_str(), toDir, to.c_str()));
+}
+
+int FileOps::makeDirectory(const std::string& path, mode_t mode) {
+  return result(::mkdir(path.c_str(), mode));
+}
+
+int FileOps::unlink(int dirFd, const std::string& path, bool directory) {
+  return result(unlinkat(dirFd, path.c_str(), directory ? AT_REMOVEDIR : 0));
+}
+
+int FileOps::flush(int fd) { return result(fdatasync(fd)); }
+
+int FileOps::startWriteback(int fd, int64_t offset, int64_t length) {
+  return result(sync_file_range(fd, offset, length, SYNC_FILE_RANGE_WRITE));
+}
+
+int FileOps::lock(int fd, int operation) { return result(flock(fd, operation | LOCK_NB)); }
+
+int FileOps::chmod(int fd, mode_t mode) { return result(fchmod(fd, mode)); }
+
+int FileOps::setTimes(int dirFd, const std::string& path, const struct timespec times[2],
+                      bool follow) {
+  if (path.empty()) return result(futimens(dirFd, times));
+  return result(utimensat(dirFd, path.c_str(), times, follow ? 0 : AT_SYMLINK_NOFOLLOW));
+}
+
+int FileOps::list(int dirFd, std::vector<std::string>& names) {
+  int copy = dup(dirFd);
+  if (copy < 0) return errno;
+  DIR* dir = fdopendir(copy);
+  if (!dir) {
+    int error = errno;
+    ::close(copy);
+    return error;
+  }
+  rewinddir(dir);
+  names.clear();
+  errno = 0;
+  while (const dirent* entry = readdir(dir)) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") names.push_back(name);
+  }
+  int error = errno;
+  closedir(dir);
+  return error;
+}
+
+int FileOps::run(const std::string& command, int& status) {
+  char shell[] = "/bin/sh";
+  char flag[] = "-c";
+  char* argv[] = {shell, flag, const_cast<char*>(command.c_str()), nullptr};
+  pid_t pid;
+  if (int error = posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv, environ)) return error;
+  while (waitpid(pid, &status, 0) < 0)
+    if (errno != EINTR) return errno;
+  return 0;
+}
+
+int FileOps::freeSpace(const std::string& path, uint64_t& bytes) {
+  struct statvfs64 st;
+  if (statvfs64(path.c_str(), &st) != 0) return errno;
+  bytes = uint64_t(st.f_bfree) * uint64_t(st.f_frsize);
+  return 0;
+}
