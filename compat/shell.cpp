@@ -34,7 +34,6 @@ bool is_directory(const std::string& path) {
   return stat64(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
-
 // The directory a temporary file goes to: $TMPDIR when it names a directory,
 // else `preferred` when it does, else /tmp.
 std::string temp_file_directory(const std::string& preferred) {

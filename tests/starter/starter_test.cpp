@@ -433,7 +433,8 @@ TEST_F(StarterTest, RunsFinishingTogetherBothStayListed) {
   for (int round = 0; round < 20; ++round) {
     int go[2];
     ASSERT_EQ(pipe(go), 0);
-    const std::string dirs[] = {"/t/" + std::to_string(round) + "a", "/t/" + std::to_string(round) + "b"};
+    const std::string dirs[] = {"/t/" + std::to_string(round) + "a",
+                                "/t/" + std::to_string(round) + "b"};
     pid_t children[2];
     for (int i = 0; i < 2; ++i) {
       children[i] = fork();
@@ -454,7 +455,8 @@ TEST_F(StarterTest, RunsFinishingTogetherBothStayListed) {
     }
     const std::string file = read_file(home(kLocal));
     for (const std::string& dir : dirs)
-      EXPECT_NE(file.find(kKey + dir + "\n"), std::string::npos) << "round " << round << ": " << dir;
+      EXPECT_NE(file.find(kKey + dir + "\n"), std::string::npos)
+          << "round " << round << ": " << dir;
   }
   EXPECT_EQ(snapshot(home(".Orvo")).size(), 2u);  // the folder and the file: no lock file left
 }
