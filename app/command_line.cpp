@@ -60,13 +60,10 @@ LaunchOptions parse_command_line(int argc, char** argv) {
 }
 
 LaunchRequest launch_request(int argc, char** argv) {
-  for (int i = 1; i < argc; ++i) {
-    const char* arg = argv[i];
-    if (!arg) continue;
-    if (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0 ||
-        std::strcmp(arg, "/?") == 0)
-      return LaunchRequest::kHelp;
-    if (std::strcmp(arg, "--version") == 0) return LaunchRequest::kVersion;
-  }
+  const char* arg = argc > 1 ? argv[1] : nullptr;
+  if (!arg) return LaunchRequest::kRun;
+  if (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0 || std::strcmp(arg, "/?") == 0)
+    return LaunchRequest::kHelp;
+  if (std::strcmp(arg, "--version") == 0) return LaunchRequest::kVersion;
   return LaunchRequest::kRun;
 }

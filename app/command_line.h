@@ -26,9 +26,8 @@ LaunchOptions parse_command_line(int argc, char** argv);
 // What a start is asked for before any installation option counts.
 enum class LaunchRequest { kRun, kHelp, kVersion };
 
-// Looks at every argument (usecwd and anything after -L included) for one
-// that is exactly "--help", "-h" or "/?" (the usage) or "--version"; the
-// first such argument decides, kRun when there is none. The option scan of
-// parse_command_line ignores all four words, so this first step changes
-// nothing in it.
+// Looks at the first argument only (where "usecwd" also stands): exactly
+// "--help", "-h" or "/?" asks for the usage, "--version" for the version;
+// anything else, and these words anywhere else, is kRun. The option scan of
+// parse_command_line ignores all four words as unknown options.
 LaunchRequest launch_request(int argc, char** argv);

@@ -74,6 +74,7 @@ class ProgressLine {
 // The exit status of a run without a display.
 constexpr int kExitInstalled = 0;
 constexpr int kExitFailed = 1;
+constexpr int kExitStarterNotWritten = 2;
 constexpr int kExitCancelled = 3;
 constexpr int kExitNotRestored = 4;
 
@@ -134,13 +135,15 @@ int run_headless_install(const LaunchOptions& options) {
   switch (outcome.kind) {
     case OutcomeKind::kInstalled:
     case OutcomeKind::kStarterNotWritten:
-      print_line(stdout, narrow_lib(LoadResString("IDS_SUCCESS_FINISH")));
-      print_line(stdout, narrow_lib(target));
+      // The success page's text and the directory, on standard error like
+      // every other text of the run: standard output stays empty.
+      report(LoadResString("IDS_SUCCESS_FINISH"));
+      report(target);
       if (outcome.kind == OutcomeKind::kInstalled) return kExitInstalled;
       // The templates are installed, but the starter does not list them.
       report(LoadResString("IDS_INSTALL_ERROR") + u"\n" + outcome.status.path);
       report_cause(outcome.status);
-      return kExitFailed;
+      return kExitStarterNotWritten;
     case OutcomeKind::kCancelled:
       report(LoadResString("IDS_CANCEL_FINISH"));
       return kExitCancelled;

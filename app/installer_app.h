@@ -25,9 +25,10 @@ class CInstallerApp {
 struct LaunchOptions;
 
 // Silent installation with no window: the same steps as the wizard, with
-// what a message box would say written to standard error, followed by a
-// line naming what failed and why. Exit status: 0 installed; 1 failed (the
-// target as it was) or installed without the starter file updated; 3
+// what a message box or the final page would say written to standard error
+// (a failure followed by a line naming what failed and why); nothing goes to
+// standard output. Exit status: 0 installed; 1 failed (the target as it
+// was); 2 installed, but the starter file could not be updated; 3
 // interrupted (the target as it was); 4 failed and something could not be
 // put back (the folder holding it is named).
 int run_headless_install(const LaunchOptions& options);

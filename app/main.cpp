@@ -10,7 +10,8 @@ int main(int argc, char** argv) {
   // through a change: SIGINT, SIGTERM and SIGHUP become requests that each
   // phase answers.
   watch_interrupts();
-  // --help and --version are answered before anything else, display or not.
+  // --help and --version (as the first argument) are answered before
+  // anything else, display or not.
   const LaunchRequest request = launch_request(argc, argv);
   if (request != LaunchRequest::kRun) return answer_launch_request(request);
 

@@ -25,17 +25,17 @@ bool FileFinder::reset(const std::u16string& pattern) {
 bool FileFinder::next() {
   if (!m_dir) return false;
   while (dirent* entry = readdir(m_dir)) {
-    // A name equal to the mask matches even when it holds pattern characters
-    // such as '[', so a literal path always finds its entry.
-    if (m_mask != entry->d_name) {
-      int match = fnmatch(m_mask.c_str(), entry->d_name, FNM_NOESCAPE);
-      if (match == FNM_NOMATCH) continue;
-      if (match != 0) return false;
-    }
+    // The mask is a pattern and nothing else: "a[1]" names "a1", never an
+    // entry spelled "a[1]". A mask without pattern characters matches only
+    // the name spelled like it, so a literal path finds its one entry.
+    int match = fnmatch(m_mask.c_str(), entry->d_name, FNM_NOESCAPE);
+    if (match == FNM_NOMATCH) continue;
+    if (match != 0) return false;
     m_name = entry->d_name;
+    // An entry whose status cannot be read (a link to nothing) ends the
+    // enumeration: a literal path to it is not found.
     std::string path = m_directory + "/" + m_name;
-    // A dangling link is still listed, as the entry it is.
-    return stat(path.c_str(), &m_stat) == 0 || lstat(path.c_str(), &m_stat) == 0;
+    return stat(path.c_str(), &m_stat) == 0;
   }
   close();
   return false;

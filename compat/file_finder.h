@@ -1,8 +1,10 @@
 // Directory enumeration in the FindFirstFile/FindNextFile manner.
 // reset("dir/mask") lists the entries of "dir" whose names match the shell
-// pattern "mask" ("*" also matches "." and ".."); a literal path finds its one
-// entry. attributes() describes the entry found. The directory is the text
-// before the last "/", so "/name" (directory "") finds nothing.
+// pattern "mask" (fnmatch; "*" also matches "." and ".."); a literal path
+// finds its one entry. attributes() describes the entry found, by its status;
+// an entry whose status cannot be read (a link to nothing) ends the listing,
+// so a literal path to it is not found. The directory is the text before the
+// last "/", so "/name" (directory "") finds nothing.
 #pragma once
 
 #include <dirent.h>
@@ -19,7 +21,8 @@ class FileFinder {
 
   // Starts an enumeration; true when a first matching entry was found.
   bool reset(const std::u16string& pattern);
-  // Advances to the next matching entry; false at the end (the stream closes).
+  // Advances to the next matching entry; false at the end (the stream
+  // closes) or at an entry whose status cannot be read.
   bool next();
   // Name (not path) of the current entry; empty when closed.
   std::u16string name() const;

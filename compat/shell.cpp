@@ -33,11 +33,6 @@ bool is_directory(const std::string& path) {
   return file_ops().stat(AT_FDCWD, path, st, true) == 0 && S_ISDIR(st.st_mode);
 }
 
-bool path_exists(const std::string& path) {
-  struct stat64 st;
-  return lstat64(path.c_str(), &st) == 0 || errno != ENOENT;
-}
-
 // The directory a temporary file goes to: $TMPDIR when it names a directory,
 // else `preferred` when it does, else /tmp.
 std::string temp_file_directory(const std::string& preferred) {
@@ -139,13 +134,22 @@ unsigned FileSystem::GetTempPath(std::u16string& path) {
 
 unsigned FileSystem::GetTempFileName(const std::u16string& directory,
                                      const std::u16string& prefix, std::u16string& name) {
-  // As tempnam: at most five characters of the prefix, "file" for none.
-  std::string base = temp_file_directory(narrow_lib(directory)) + "/" +
-                     (prefix.empty() ? std::string("file") : narrow_lib(prefix.substr(0, 5)));
+  // As tempnam: at most five bytes of the narrow prefix, "file" for none; a
+  // name nothing stands at, tried TMP_MAX times. A name that is taken, or
+  // whose status cannot be read for another reason, is never handed out:
+  // the caller would delete the file as its own.
+  std::string cut = narrow_lib(prefix).substr(0, 5);
+  std::string base =
+      temp_file_directory(narrow_lib(directory)) + "/" + (cut.empty() ? std::string("file") : cut);
   std::string candidate;
-  for (int attempt = 0; attempt < 1000; ++attempt) {
+  for (long attempt = 0;; ++attempt) {
+    if (attempt == TMP_MAX) return ERROR_CANTWRITE;
     candidate = base + random_suffix();
-    if (!path_exists(candidate)) break;
+    struct stat64 st;
+    if (lstat64(candidate.c_str(), &st) != 0) {
+      if (errno == ENOENT) break;
+      return ERROR_CANTWRITE;
+    }
   }
   std::u16string wide = widen_lib(candidate);
   int status = run_linux_command(quoted_command("touch ", wide, " 2>/dev/null").c_str());

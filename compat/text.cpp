@@ -2,7 +2,6 @@
 
 #include <langinfo.h>
 #include <locale.h>
-#include <strings.h>
 #include <wchar.h>
 
 #include <cctype>
@@ -100,19 +99,21 @@ void put_unit_or_pair(char32_t cp, std::u16string& out) {
   }
 }
 
-// Appends the units of the first n bytes of s (stopping at a NUL byte).
-void decode(const char* src, size_t n, std::u16string& out) {
+// Appends the units of the first n bytes of s, stopping at a NUL byte when
+// `stopAtNul`, else turning it into the unit 0.
+void decode(const char* src, size_t n, std::u16string& out, bool stopAtNul = true) {
   const auto* s = reinterpret_cast<const unsigned char*>(src);
+  const size_t end = stopAtNul ? strnlen(src, n) : n;
   EnvLocale& loc = env_locale();
   if (loc.utf8()) {
     size_t i = 0;
-    while (i < n && s[i] != 0) {
+    while (i < end) {
       if (s[i] < 0x80) {
         out.push_back(s[i++]);
         continue;
       }
       char32_t cp;
-      size_t len = utf8_sequence(s + i, n - i, cp);
+      size_t len = utf8_sequence(s + i, end - i, cp);
       if (len == 0) {
         out.push_back(static_cast<char16_t>(kEscapeBase | s[i]));
         ++i;
@@ -126,9 +127,15 @@ void decode(const char* src, size_t n, std::u16string& out) {
   mbstate_t state{};
   locale_t previous = uselocale(loc.handle());
   size_t i = 0;
-  while (i < n && s[i] != 0) {
+  while (i < end) {
+    if (s[i] == 0) {
+      out.push_back(0);
+      state = mbstate_t{};
+      ++i;
+      continue;
+    }
     wchar_t wc;
-    size_t r = mbrtowc(&wc, src + i, n - i, &state);
+    size_t r = mbrtowc(&wc, src + i, end - i, &state);
     if (r == static_cast<size_t>(-1) || r == static_cast<size_t>(-2) || r == 0) {
       out.push_back(static_cast<char16_t>(kEscapeBase | s[i]));
       state = mbstate_t{};
@@ -159,20 +166,28 @@ void put_utf8(char32_t cp, std::string& out) {
   }
 }
 
-// Appends the bytes of the first n units of s (stopping at a 0 unit). A high
-// surrogate followed by a low one (DC80..DCFF included) is one character; a
-// unit DC80..DCFF not preceded by a high surrogate gives back the byte it
-// escapes; a lone surrogate is written in the three-byte form; a unit a
-// non-UTF-8 locale cannot represent becomes '?'. When `ends` is given, the
-// end offset of every character written is appended to it.
-void encode(const char16_t* s, size_t n, std::string& out, std::vector<size_t>* ends = nullptr) {
+// Appends the bytes of the first n units of s, stopping at a 0 unit when
+// `stopAtZero`, else turning it into a NUL byte. A high surrogate followed by
+// a low one (DC80..DCFF included) is one character; a unit DC80..DCFF not
+// preceded by a high surrogate gives back the byte it escapes; a lone
+// surrogate is written in the three-byte form; a unit a non-UTF-8 locale
+// cannot represent becomes '?'. When `ends` is given, the end offset of
+// every character written is appended to it.
+void encode(const char16_t* s, size_t n, std::string& out, std::vector<size_t>* ends = nullptr,
+            bool stopAtZero = true) {
   EnvLocale& loc = env_locale();
   locale_t previous = static_cast<locale_t>(0);
   if (!loc.utf8()) previous = uselocale(loc.handle());
   mbstate_t state{};
-  for (size_t i = 0; i < n && s[i] != 0; ++i) {
+  for (size_t i = 0; i < n && (s[i] != 0 || !stopAtZero); ++i) {
     char16_t u = s[i];
     char32_t cp = u;
+    if (u == 0) {
+      out.push_back('\0');
+      state = mbstate_t{};
+      if (ends) ends->push_back(out.size());
+      continue;
+    }
     if (is_high_surrogate(u) && i + 1 < n && is_low_surrogate(s[i + 1])) {
       cp = 0x10000 + ((char32_t(u) - 0xD800) << 10) + (char32_t(s[i + 1]) - 0xDC00);
       ++i;
@@ -250,6 +265,20 @@ std::string narrow_lib(const std::u16string& s) {
   return out;
 }
 
+std::u16string widen_all(const std::string& s) {
+  std::u16string out;
+  out.reserve(s.size());
+  decode(s.data(), s.size(), out, false);
+  return out;
+}
+
+std::string narrow_all(const std::u16string& s) {
+  std::string out;
+  out.reserve(s.size());
+  encode(s.data(), s.size(), out, nullptr, false);
+  return out;
+}
+
 unsigned replace_all(std::u16string& text, const std::u16string& from, const std::u16string& to) {
   if (from.empty() || text.empty()) return 0;
   unsigned count = 0;
@@ -310,12 +339,13 @@ std::u16string string_ito(int value, int radix) {
 }
 
 int compare_nocase(const std::u16string& a, const std::u16string& b) {
-  return strcasecmp(narrow_lib(a).c_str(), narrow_lib(b).c_str());
+  // Byte by byte as strcasecmp folds and orders them (unsigned), except
+  // that a NUL byte is compared like any other instead of ending the text.
+  return nocase_key(a).compare(nocase_key(b));
 }
 
 std::string nocase_key(const std::u16string& s) {
-  std::string key = narrow_lib(s);
-  // strcasecmp stops at the first NUL byte; narrow_lib already stopped there.
+  std::string key = narrow_all(s);
   for (char& c : key) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return key;
 }

@@ -45,6 +45,11 @@ std::u16string widen_lib(const std::string& s);
 // U+FFFF and escaped bytes beside them included. (The other way round is not
 // exact: a lone surrogate has no valid byte form.)
 std::string narrow_lib(const std::u16string& s);
+// The same conversions over the whole text: a NUL byte and the unit 0 are
+// characters like any other (where widen_lib and narrow_lib stop), so
+// narrow_all(widen_all(b)) is b for every byte string b.
+std::u16string widen_all(const std::string& s);
+std::string narrow_all(const std::u16string& s);
 
 // Replaces every non-overlapping occurrence of `from`, left to right, and
 // returns the number of replacements. Empty `from` or `text`: no change, 0.
@@ -59,12 +64,13 @@ uint32_t string_toul(const std::u16string& s);
 std::u16string string_uito(unsigned value, int radix);
 std::u16string string_ito(int value, int radix);
 
-// strcasecmp of the two strings' narrow forms in the current C locale
-// (setlocale): libc folds byte by byte, so in UTF-8 only single-byte letters
-// fold, and under a Turkish locale "I" and "i" differ.
+// The two texts' narrow forms compared as strcasecmp compares them in the
+// current C locale (setlocale): folded byte by byte, so in UTF-8 only
+// single-byte letters fold, and under a Turkish locale "I" and "i" differ.
+// A unit 0 is compared like any other character, not as the end.
 int compare_nocase(const std::u16string& a, const std::u16string& b);
 
 // A byte string that is equal for two texts exactly when compare_nocase says
-// they are equal (each byte of the narrow form through tolower in the
-// current locale, as strcasecmp folds them). Meant as a hash or map key.
+// they are equal (each byte of narrow_all through tolower in the current
+// locale, as strcasecmp folds them). Meant as a hash or map key.
 std::string nocase_key(const std::u16string& s);

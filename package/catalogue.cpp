@@ -272,8 +272,10 @@ unsigned read_catalogue(ByteSource& in, uint64_t totalSize, std::vector<Language
   }
   // With every record checked (the builder checks all or none), the data
   // area holds exactly the files' contents: bytes past the last contents
-  // mean records were lost, a file count damaged to a smaller one say.
-  bool allChecked = true;
+  // mean records were lost, a file count damaged to a smaller one say. A
+  // package without file records carries no check, so its data area is
+  // read as it is, like that of any package without checks.
+  bool allChecked = !files.empty();
   uint64_t end = 0;
   for (const FileEntry& entry : files) {
     allChecked = allChecked && entry.hasCheck;

@@ -13,16 +13,19 @@ class ConfigFile;
 // does anything that is not a regular file (a FIFO, a device, a directory),
 // which is never opened, so reading never waits.
 // Narrow files are decoded in the locale's encoding, bytes it cannot decode
-// kept as escape units; a file starting with FF FE is read as UTF-16LE.
+// kept as escape units and a NUL byte as the unit 0; a file starting with
+// FF FE is read as UTF-16LE.
 void read_config_file(const std::u16string& path, ConfigFile& config);
 
 // Replaces the file at `path` with one "key=value" line per value of
-// `config`, in order, narrow and without a byte-order mark. The new text is
-// staged next to the file and renamed over it, so on failure the old file is
-// untouched and no staging file remains. A path that names something other
-// than a regular file is not written. Failure (step kWriteStarter, `path`):
-// code 1 when the file cannot be opened or created (or is not a regular
-// file), 2 when writing or replacing it failed.
+// `config`, in order, narrow and without a byte-order mark (a unit 0 is
+// written as a NUL byte). The new text is staged next to the file and
+// renamed over it, so on failure the old file is untouched and no staging
+// file remains. A link is written through; a path that names something
+// other than a regular file, or a link that leads nowhere, is not written.
+// Failure (step kWriteStarter, `path`): code 1 when the file cannot be
+// opened or created (or is not a regular file), 2 when writing or replacing
+// it failed.
 Status write_config_file(const std::u16string& path, const ConfigFile& config);
 
 

@@ -22,12 +22,16 @@ constexpr unsigned kCannotOpen = 1;
 constexpr unsigned kWriteFailed = 2;
 
 // The file that is really replaced: the target of a symbolic link (so the
-// link stays a link), else the path itself.
-std::string resolve_target(const std::string& path) {
+// link stays a link), else the path itself. False for a link that leads to
+// nothing (its target missing, or a loop): such a link is never replaced.
+bool resolve_target(const std::string& path, std::string& target) {
+  target = path;
   struct stat st;
-  if (lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return path;
+  if (lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return true;
   char resolved[PATH_MAX];
-  return realpath(path.c_str(), resolved) ? std::string(resolved) : path;
+  if (stat(path.c_str(), &st) != 0 || !realpath(path.c_str(), resolved)) return false;
+  target = resolved;
+  return true;
 }
 
 std::string random_suffix() {
@@ -112,7 +116,9 @@ class StagingFile {
 
 Status write_config_file(const std::u16string& path, const ConfigFile& config) {
   // The new text is narrow whatever the old file was (UTF-16 included).
-  std::string target = resolve_target(narrow_lib(path));
+  std::string target;
+  if (!resolve_target(narrow_lib(path), target))
+    return failure(kCannotOpen, Step::kWriteStarter, path, 0, "a link that leads nowhere");
   struct stat old;
   bool existed = stat(target.c_str(), &old) == 0;
   // Only a regular file is replaced: a FIFO, a device or a directory in its
@@ -128,12 +134,14 @@ Status write_config_file(const std::u16string& path, const ConfigFile& config) {
   StagingFile staging;
   if (int error = staging.create(target, existed ? &old : nullptr))
     return failure(kCannotOpen, Step::kWriteStarter, path, error);
+  // "key=value" and a line feed per value; a NUL in a key or value is
+  // written like any other character.
   for (const ConfigFile::Entry& entry : config.entries()) {
-    std::string key = narrow_lib(entry.key);
+    const std::string key = narrow_all(entry.key) + "=";
     for (const std::u16string& value : entry.values) {
-      if (std::fprintf(staging.stream(), "%s=%s", key.c_str(), narrow_lib(value).c_str()) < 0)
+      const std::string line = key + narrow_all(value) + "\n";
+      if (std::fwrite(line.data(), 1, line.size(), staging.stream()) != line.size())
         return failure(kWriteFailed, Step::kWriteStarter, path, errno);
-      std::fputc('\n', staging.stream());
     }
   }
   if (int error = staging.commit(target)) return failure(kWriteFailed, Step::kWriteStarter, path, error);

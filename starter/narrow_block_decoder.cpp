@@ -29,9 +29,9 @@ size_t pending_tail(const std::string& block, const std::u16string& units) {
     for (size_t i = 0; i < k && escapes; ++i)
       escapes = is_escape_of(units[units.size() - k + i], block[block.size() - k + i]);
     if (!escapes) continue;
-    // The escape units must really be those of the last k bytes, not of bytes
-    // before a NUL or of a character whose low 16 bits look like an escape.
-    if (widen_lib(block.substr(0, block.size() - k)) == units.substr(0, units.size() - k)) return k;
+    // The escape units must really be those of the last k bytes, not of a
+    // character whose low 16 bits look like an escape.
+    if (widen_all(block.substr(0, block.size() - k)) == units.substr(0, units.size() - k)) return k;
   }
   return 0;
 }
@@ -41,13 +41,13 @@ size_t pending_tail(const std::string& block, const std::u16string& units) {
 void NarrowBlockDecoder::decode(const char* bytes, size_t size, std::u16string& out) {
   std::string block = m_heldBack;
   block.append(bytes, size);
-  std::u16string units = widen_lib(block);
+  std::u16string units = widen_all(block);
   size_t tail = pending_tail(block, units);
   m_heldBack.assign(block, block.size() - tail, tail);
   out.append(units, 0, units.size() - tail);
 }
 
 void NarrowBlockDecoder::finish(std::u16string& out) {
-  out += widen_lib(m_heldBack);
+  out += widen_all(m_heldBack);
   m_heldBack.clear();
 }

@@ -9,8 +9,8 @@
 
 class NarrowBlockDecoder {
  public:
-  // Appends the units of `bytes` (`size` of them) to `out`. Decoding stops at
-  // a NUL byte, for the rest of this block. Up to three bytes at the end whose
+  // Appends the units of `bytes` (`size` of them) to `out`; a NUL byte is
+  // the unit 0, like any other character. Up to three bytes at the end whose
   // meaning depends on what follows are held back for the next call.
   void decode(const char* bytes, size_t size, std::u16string& out);
   // Appends the units of any bytes still held back (the stream has ended).

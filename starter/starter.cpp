@@ -1,5 +1,13 @@
 #include "starter/starter.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <chrono>
 #include <unordered_set>
 
 #include "compat/file_finder.h"
@@ -9,6 +17,76 @@
 #include "starter/config_locations.h"
 
 namespace {
+
+// Makes the re-reading, changing and writing of one starter file exclusive
+// between installers: an flock on "<file>.lock" beside it, held from before
+// the file is read until after it is written, then removed. Whoever locks a
+// lock file that was removed meanwhile locks the new one instead, so at any
+// time one process holds the file that the name leads to. The directory is
+// made first when it is missing (the write would make it anyway).
+// Never an obstacle: when the lock file cannot be made (a folder that
+// cannot be written, where the write fails by itself) or another process
+// holds it for longer than kLockWait, the work goes on without it.
+class StarterFileLock {
+ public:
+  explicit StarterFileLock(const std::u16string& file) : m_path(narrow_lib(file) + ".lock") {
+    const auto deadline = std::chrono::steady_clock::now() + kLockWait;
+    do {
+      int fd = open_lock_file(file);
+      if (fd < 0) return;
+      if (!wait_for(fd, deadline)) {
+        close(fd);
+        return;
+      }
+      if (still_named(fd)) {
+        m_fd = fd;
+        return;
+      }
+      close(fd);
+    } while (std::chrono::steady_clock::now() < deadline);
+  }
+  ~StarterFileLock() {
+    if (m_fd < 0) return;
+    unlink(m_path.c_str());
+    close(m_fd);
+  }
+  StarterFileLock(const StarterFileLock&) = delete;
+  StarterFileLock& operator=(const StarterFileLock&) = delete;
+
+ private:
+  static constexpr std::chrono::seconds kLockWait{10};
+
+  int open_lock_file(const std::u16string& file) const {
+    const int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    int fd = open(m_path.c_str(), flags, 0600);
+    if (fd < 0 && errno == ENOENT) {
+      size_t cut = file.find_last_of(u"\\/");
+      if (cut != std::u16string::npos) FileSystem::CreateDirectory(file.substr(0, cut));
+      fd = open(m_path.c_str(), flags, 0600);
+    }
+    return fd;
+  }
+
+  static bool wait_for(int fd, std::chrono::steady_clock::time_point deadline) {
+    for (;;) {
+      if (flock(fd, LOCK_EX | LOCK_NB) == 0) return true;
+      if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() >= deadline)
+        return false;
+      struct timespec pause = {0, 5 * 1000 * 1000};
+      nanosleep(&pause, nullptr);
+    }
+  }
+
+  // Whether the name still leads to the file `fd` has locked.
+  bool still_named(int fd) const {
+    struct stat held, named;
+    return fstat(fd, &held) == 0 && lstat(m_path.c_str(), &named) == 0 &&
+           held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+  }
+
+  std::string m_path;
+  int m_fd = -1;
+};
 
 // Texts already met, case ignored as compare_nocase ignores it.
 class NocaseSeen {
@@ -76,6 +154,7 @@ void Starter::getTmpltsList(std::vector<std::u16string>& list, bool localFirst) 
 }
 
 Status Starter::setTmpltsList(const std::vector<std::u16string>& list) {
+  StarterFileLock lock(localPath());
   loadConfig();
   std::vector<std::u16string> unique = list;
   removePathDuplicates(unique);
@@ -84,6 +163,7 @@ Status Starter::setTmpltsList(const std::vector<std::u16string>& list) {
 }
 
 Status Starter::prependTmpltsDir(const std::u16string& dir, std::vector<std::u16string>& written) {
+  StarterFileLock lock(localPath());
   loadConfig();
   // The list as the files hold it now: what another program added since the
   // installer started is kept.

@@ -50,13 +50,17 @@ class Starter {
 
   // Loads the files, stores `list` (duplicates removed) as the per-user
   // file's template directories and writes that file. The failure of
-  // write_config_file, if any.
+  // write_config_file, if any. Like prependTmpltsDir, the reading, change and
+  // writing are exclusive between installers ("<file>.lock" beside the
+  // per-user file, removed afterwards; never waited for longer than 10 s).
   Status setTmpltsList(const std::vector<std::u16string>& list);
 
   // Loads the files, puts `dir` in front of the template directories they
   // list now (as getTmpltsList(list, true) gives them), removes duplicates,
   // stores the result as the per-user file's list and writes that file.
-  // `written` receives the list stored. The failure of write_config_file, if any.
+  // `written` receives the list stored. The failure of write_config_file, if
+  // any. Two installers doing this at once do it one after the other, so
+  // both directories end up in the file.
   Status prependTmpltsDir(const std::u16string& dir, std::vector<std::u16string>& written);
 
   // Writes the per-user configuration, creating its directory when the file

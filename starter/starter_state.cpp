@@ -9,9 +9,10 @@ namespace {
 
 const std::u16string kDefaultTemplatesDirName = u"tmplts";
 
-// Whether there is an entry of any kind at `path`. A starter file that is
-// not a regular file still decides which file is to be written; reading it
-// gives nothing and writing it fails, which the user is told.
+// Whether there is an entry at `path` whose status can be read (a link that
+// leads nowhere is missing). A starter file that is not a regular file still
+// decides which file is to be written; reading it gives nothing and writing
+// it fails, which the user is told.
 bool file_exists(const std::u16string& path) {
   FileFinder finder;
   return finder.reset(path);

@@ -16,10 +16,12 @@ struct StarterState {
 };
 
 // Reads the template directories from the ordinary per-user starter file
-// when it exists, else from the "base" one. Something other than a regular
-// file in a starter file's place exists, but lists nothing. writeOrdinary is set when the
-// ordinary file exists; writeBase when it does not and the base file gave a
-// non-empty list; with no starter configuration nothing is to be written.
+// when it exists, else from the "base" one. A file exists when its status
+// can be read: something other than a regular file in its place exists but
+// lists nothing; a link that leads nowhere is missing. writeOrdinary is set
+// when the ordinary file exists; writeBase when it does not and the base
+// file gave a non-empty list; with no starter configuration nothing is to be
+// written.
 // The proposal is the first listed directory where a file can be created,
 // else zq_app_data_dir(false) + "/tmplts", cleaned by clean_proposal.
 // GUI thread only (it owns the configuration files).

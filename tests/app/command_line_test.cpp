@@ -111,7 +111,7 @@ TEST_F(CommandLineTest, LanguageFromTheLocale) {
   }
 }
 
-TEST_F(CommandLineTest, HelpAndVersionAreSeenBeforeTheOptionScan) {
+TEST_F(CommandLineTest, HelpAndVersionCountOnlyAsTheFirstArgument) {
   ScopedEnv lcAll("LC_ALL", "C");
   const struct {
     std::vector<std::string> args;
@@ -123,10 +123,12 @@ TEST_F(CommandLineTest, HelpAndVersionAreSeenBeforeTheOptionScan) {
       {{"-h"}, LaunchRequest::kHelp},
       {{"/?"}, LaunchRequest::kHelp},
       {{"--version"}, LaunchRequest::kVersion},
-      // Anywhere on the line, also after usecwd or past the first -L; the first decides.
-      {{"usecwd", "-S", "--help"}, LaunchRequest::kHelp},
-      {{"-Lde", "-h"}, LaunchRequest::kHelp},
       {{"--version", "--help"}, LaunchRequest::kVersion},
+      // Anywhere else they are unknown options: the run goes on.
+      {{"usecwd", "-S", "-h"}, LaunchRequest::kRun},
+      {{"usecwd", "--help"}, LaunchRequest::kRun},
+      {{"-S", "/?"}, LaunchRequest::kRun},
+      {{"-Lde", "--version"}, LaunchRequest::kRun},
       // Only the exact words.
       {{"-H"}, LaunchRequest::kRun},
       {{"-help"}, LaunchRequest::kRun},
@@ -137,7 +139,7 @@ TEST_F(CommandLineTest, HelpAndVersionAreSeenBeforeTheOptionScan) {
   };
   for (const auto& c : cases) EXPECT_EQ(call(launch_request, c.args), c.request) << describe(c.args);
 
-  // The option scan reads the same words as before: ignored, and -S after -L still unseen.
+  // The option scan ignores the four words, and -S after -L stays unseen.
   for (const Case& c : std::vector<Case>{
            {{"--help", "-S"}, true, false, kLangEn, u"en"},
            {{"-h", "/?", "--version"}, false, false, kLangEn, u"en"},
@@ -157,9 +159,10 @@ TEST(UsageTest, NamesEveryLanguageEveryFileAndEveryExitStatus) {
   }
   EXPECT_EQ(line, "ru uk en lv lt bg de ro ka kk vi tr");
   EXPECT_NE(usage.find(line), std::string::npos) << usage;
-  for (const char* part : {"usecwd", "-S", "-L<code>", "--help", "--version", "plom8.tpk",
-                           "~/.Orvo/zelbrun/zelbrun.cfg", "$TMPDIR", "\n    0  installed",
-                           "\n    1  failed", "\n    3  cancelled", "\n    4  failed, and"})
+  for (const char* part :
+       {"usecwd", "-S", "-L<code>", "--help", "--version", "plom8.tpk",
+        "~/.Orvo/zelbrun/zelbrun.cfg", "$TMPDIR", "\n    0  installed", "\n    1  failed",
+        "\n    2  installed, but", "\n    3  cancelled", "\n    4  failed, and"})
     EXPECT_NE(usage.find(part), std::string::npos) << part;
   std::istringstream lines(usage);
   for (std::string l; std::getline(lines, l);) EXPECT_LE(l.size(), 80u) << l;

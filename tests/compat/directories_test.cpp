@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <set>
 
@@ -89,15 +90,24 @@ TEST(DirectoriesTest, FinderListsEveryMatchWithItsAttributes) {
     texts.insert(narrow_lib(txt.name()));
   EXPECT_EQ(texts.size(), 3u);
 
-  // A literal path finds its one entry, pattern characters in the name included.
+  // A literal path finds its one entry.
   FileFinder literal;
   ASSERT_TRUE(literal.reset(w(dir / "sub")));
   EXPECT_EQ(literal.name(), u"sub");
   EXPECT_EQ(literal.attributes(), FILE_ATTRIBUTE_DIRECTORY);
   EXPECT_FALSE(literal.next());
+  // The mask is only ever a pattern: a[1] names a1, not the entry spelled a[1].
+  write_file(dir / "sub/a1", "4");
+  write_file(dir / "sub/a[1]", "5");
+  std::set<std::string> bracketed;
   FileFinder bracket;
-  ASSERT_TRUE(bracket.reset(w(dir / "a[1].txt")));
-  EXPECT_EQ(bracket.attributes(), 0u);
+  for (bool ok = bracket.reset(w(dir / "sub/a[1]")); ok; ok = bracket.next())
+    bracketed.insert(narrow_lib(bracket.name()));
+  EXPECT_EQ(bracketed, std::set<std::string>{"a1"});
+  // A link to nothing has no status to read: not found.
+  ASSERT_EQ(symlink("nowhere", (dir / "sub/dangling").c_str()), 0);
+  FileFinder dangling;
+  EXPECT_FALSE(dangling.reset(w(dir / "sub/dangling")));
 
   FileFinder missing;
   EXPECT_FALSE(missing.reset(w(dir / "nowhere/*")));
@@ -126,9 +136,12 @@ TEST(DirectoriesTest, TemporaryPathAndFiles) {
     EXPECT_EQ(n.rfind(dir / "kptlo", 0), 0u) << n;  // TMPDIR wins, prefix cut to 5
     EXPECT_EQ(n.size(), (dir / "kptlo").size() + 6);
     EXPECT_TRUE(exists(n));
-    std::u16string second;
-    EXPECT_EQ(FileSystem::GetTempFileName(u"/nonexistent", u"kpt", second), 0u);
-    EXPECT_NE(second, name);
+    std::u16string second;  // five bytes of the narrow prefix, a character cut or not
+    EXPECT_EQ(FileSystem::GetTempFileName(u"/nonexistent", u"\u00e9\u00e9\u00e9", second), 0u);
+    n = narrow_lib(second);
+    EXPECT_EQ(n.rfind(dir / "\xC3\xA9\xC3\xA9\xC3", 0), 0u) << n;
+    EXPECT_EQ(n.size(), (dir / "kptlo").size() + 6);
+    EXPECT_TRUE(exists(n));
     std::u16string unnamed;  // no prefix: "file", as tempnam
     EXPECT_EQ(FileSystem::GetTempFileName(u"/nonexistent", u"", unnamed), 0u);
     EXPECT_EQ(narrow_lib(unnamed).rfind(dir / "file", 0), 0u) << narrow_lib(unnamed);

@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "compat/text.h"
@@ -254,10 +255,13 @@ TEST_F(StarterTest, SearchOrderFollowsTheFlags) {
 }
 
 TEST_F(StarterTest, SettingRewritesOnlyThePerUserFileByteForByte) {
-  // Cyrillic paths, a line longer than a read block, Ж cut by the second block
-  // boundary, a stray Latin-1 byte ending the third block and a cut character
-  // at the very end of the file.
-  std::string before = "DefaultVersion=8.2\nInstalledLocation=/opt/Орво/Плом 8/\nCommonInfoBases=" +
+  // NUL bytes in the first read block (in two values that differ only after
+  // them), Cyrillic paths, a line longer than a read block, Ж cut by the
+  // second block boundary, a stray Latin-1 byte ending the third block and a
+  // cut character at the very end of the file.
+  const char kNuls[] = "Nul=a\0b\nNul=a\0c\n";
+  std::string before = std::string(kNuls, sizeof kNuls - 1) +
+                       "DefaultVersion=8.2\nInstalledLocation=/opt/Орво/Плом 8/\nCommonInfoBases=" +
                        std::string(1100, 'b') + "\nInstallComponents=";
   before.append(2047 - before.size(), 'c');
   before += "\xD0\x96\n" + kKey + "/old/Шаблоны\nDistributiveLocation=/home/u/Загрузки/";
@@ -381,6 +385,80 @@ TEST_F(StarterTest, FilesThatAreNotRegularReadAsMissingAndAreNeverWritten) {
   struct stat st;
   ASSERT_EQ(lstat(home(kLocal).c_str(), &st), 0);
   EXPECT_TRUE(S_ISFIFO(st.st_mode));
+}
+
+TEST_F(StarterTest, LinkThatLeadsNowhereReadsAsMissingAndIsNeverReplaced) {
+  ASSERT_EQ(std::system(("mkdir -p '" + home(".Orvo/zelbrun") + "'").c_str()), 0);
+  auto link_to_nothing = [&] {
+    unlink(home(kLocal).c_str());
+    ASSERT_EQ(symlink("gone.cfg", home(kLocal).c_str()), 0);
+  };
+  auto still_a_link = [&] {
+    struct stat st;
+    EXPECT_TRUE(lstat(home(kLocal).c_str(), &st) == 0 && S_ISLNK(st.st_mode));
+    EXPECT_FALSE(exists(home(".Orvo/zelbrun/gone.cfg")));
+  };
+  // At start: no starter configuration, so nothing is written.
+  link_to_nothing();
+  const testsupport::Snapshot before = snapshot(m_home);
+  StarterState state = read_starter_state();
+  EXPECT_FALSE(state.writeOrdinary || state.writeBase);
+  EXPECT_TRUE(record_template_dir(state, w("/t/new")).ok());
+  EXPECT_EQ(snapshot(m_home), before);
+  // With a list in the base file, that file is the one written.
+  put(kLocalBase, kKey + "/t/base\n");
+  state = read_starter_state();
+  EXPECT_TRUE(state.writeBase && !state.writeOrdinary);
+  EXPECT_TRUE(record_template_dir(state, w("/t/new")).ok());
+  EXPECT_EQ(read_file(home(kLocalBase)), kKey + "/t/new\n" + kKey + "/t/base\n");
+  still_a_link();
+  // A file there at start that is a link to nothing when it is written: the
+  // write fails and says why.
+  unlink(home(kLocal).c_str());
+  put(kLocal, kKey + "/t/a\n");
+  state = read_starter_state();
+  ASSERT_TRUE(state.writeOrdinary);
+  link_to_nothing();
+  Status status = record_template_dir(state, w("/t/new"));
+  EXPECT_EQ(describe(status), "cannot write " + home(kLocal) + ": a link that leads nowhere");
+  still_a_link();
+}
+
+// Two installers of one user that finish together: each re-reads, changes
+// and writes the file while the other waits, so both targets are listed.
+TEST_F(StarterTest, RunsFinishingTogetherBothStayListed) {
+  put(kLocal, kKey + "/t/first\n");
+  const StarterState atStart = read_starter_state();
+  ASSERT_TRUE(atStart.writeOrdinary);
+  for (int round = 0; round < 20; ++round) {
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    const std::string dirs[] = {"/t/" + std::to_string(round) + "a",
+                                "/t/" + std::to_string(round) + "b"};
+    pid_t children[2];
+    for (int i = 0; i < 2; ++i) {
+      children[i] = fork();
+      if (children[i] == 0) {
+        close(go[1]);
+        char c;
+        (void)!read(go[0], &c, 1);  // both start when the pipe closes
+        StarterState state = atStart;
+        _exit(record_template_dir(state, w(dirs[i])).ok() ? 0 : 1);
+      }
+    }
+    close(go[0]);
+    close(go[1]);
+    for (pid_t child : children) {
+      int status = -1;
+      ASSERT_EQ(waitpid(child, &status, 0), child);
+      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    const std::string file = read_file(home(kLocal));
+    for (const std::string& dir : dirs)
+      EXPECT_NE(file.find(kKey + dir + "\n"), std::string::npos)
+          << "round " << round << ": " << dir;
+  }
+  EXPECT_EQ(snapshot(home(".Orvo")).size(), 2u);  // the folder and the file: no lock file left
 }
 
 TEST_F(StarterTest, RecordingRereadsTheFileAndKeepsWhatChangedMeanwhile) {

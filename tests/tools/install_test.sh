@@ -40,8 +40,8 @@ for program in installer tpk-build tpk-list; do
   grep -q '^EXIT STATUS' <<<"$text" || fail "$page has no EXIT STATUS section"
 done
 
-# The installer's usage also answers /? and -h past other options, with no display.
-out=$(env -u DISPLAY "$prefix/bin/installer" -S '/?') || fail "installer -S /? exits $?"
+# The installer's usage also answers /? (as the first argument), with no display.
+out=$(env -u DISPLAY "$prefix/bin/installer" '/?') || fail "installer /? exits $?"
 for part in 'usecwd' '-L<code>' 'ru uk en lv lt bg de ro ka kk vi tr' 'plom8.tpk' 'zelbrun.cfg' \
             '    3  cancelled' '    4  failed'; do
   grep -qF -- "$part" <<<"$out" || fail "installer usage lacks '$part'"

@@ -144,14 +144,37 @@ class InstallerE2E(unittest.TestCase):
                                          "ConfigurationTemplatesLocation=/other\n")
         self.assertFalse(os.path.exists(self.opened), "the description is not opened")
 
-        # Without one: the outcome on the standard streams, in the asked language.
+        # Without one: the outcome on standard error, in the asked language.
         self.starter()
         r = self.run_headless("-S", "-Lru")
         proposal = os.path.join(self.home, ".plom8/Orvo/plom8//tmplts")
-        self.assertEqual((r.returncode, r.stderr), (0, ""))
-        self.assertEqual(r.stdout, TEXTS["ru"]["IDS_SUCCESS_FINISH"] + "\n" + proposal + "\n")
+        self.assertEqual((r.returncode, r.stdout), (0, ""))
+        self.assertEqual(r.stderr, TEXTS["ru"]["IDS_SUCCESS_FINISH"] + "\n" + proposal + "\n")
         self.assertTrue(os.path.isfile(os.path.join(proposal, "trade/retail/template.xml")))
         self.assertEqual(read(self.cfg), f"ConfigurationTemplatesLocation={proposal}\n")
+
+        # A kit deep in the file system is found beside the program, however
+        # long its path; --help anywhere but first is an unknown option.
+        deep = os.path.join(self.root, *["kit-" + "d" * 60] * 5)
+        os.makedirs(deep)
+        for f in (BIN, os.path.join(self.kit, "plom8.tpk")):
+            shutil.copy(f, deep)
+        r = subprocess.run([os.path.join(deep, os.path.basename(BIN)), "-S", "--help"],
+                           env=self.env(DISPLAY=""), capture_output=True, text=True, timeout=30)
+        self.assertEqual((r.returncode, r.stderr), (0, TEXTS["en"]["IDS_SUCCESS_FINISH"] + "\n" +
+                                                    proposal + "\n"))
+
+        # Installed, but the starter file cannot be written (a folder in its
+        # place): exit 2, and standard error says which file and why.
+        os.remove(self.cfg)
+        os.mkdir(self.cfg)
+        r = self.run_headless("-S")
+        self.assertEqual((r.returncode, r.stdout), (2, ""))
+        self.assertEqual(r.stderr.splitlines()[:4],
+                         [TEXTS["en"]["IDS_SUCCESS_FINISH"], proposal,
+                          TEXTS["en"]["IDS_INSTALL_ERROR"], self.cfg])
+        self.assertIn(self.cfg + ": " + os.strerror(21), r.stderr)  # EISDIR
+        os.rmdir(self.cfg)
 
         # Standard error on a terminal: one progress line, rewritten in place.
         master, slave = os.openpty()
@@ -165,7 +188,8 @@ class InstallerE2E(unittest.TestCase):
         self.assertEqual(r.returncode, 0)
         self.assertIn(b"\r0% ", shown)
         self.assertIn(b"template.xml\x1b[K", shown)
-        self.assertTrue(shown.endswith(b"\r\x1b[K"), shown[-40:])  # cleared at the end
+        done = (TEXTS["en"]["IDS_SUCCESS_FINISH"] + "\r\n" + proposal + "\r\n").encode()
+        self.assertTrue(shown.endswith(b"\r\x1b[K" + done), shown[-80:])  # cleared, then told
 
         # Interrupted: rolled back, exit 3.
         other = os.path.join(self.root, "other")
