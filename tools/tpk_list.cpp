@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -325,13 +326,22 @@ bool entry_exists(const std::u16string& path) {
   return finder.reset(path);
 }
 
-// The installer tries to create a file in each listed directory; a plan
-// creates nothing, so it asks the system whether it could.
-bool directory_writable(const std::u16string& dir) {
-  const std::string path = narrow_lib(dir);
+bool is_directory(const char* path) {
   struct stat st;
-  return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) &&
-         access(path.c_str(), W_OK | X_OK) == 0;
+  return path && stat(path, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// Whether the installer's probe for a listed directory succeeds. It creates
+// its probe file where a temporary file would go: in $TMPDIR when that names
+// a directory, else in the listed directory when it is one, else in /tmp.
+// A plan creates nothing, so it asks the system whether the file could be made.
+bool probe_succeeds(const std::u16string& dir) {
+  const char* tmpdir = std::getenv("TMPDIR");
+  const std::string listed = narrow_lib(dir);
+  const std::string where = is_directory(tmpdir)             ? tmpdir
+                            : is_directory(listed.c_str()) ? listed
+                                                             : "/tmp";
+  return access(where.c_str(), W_OK | X_OK) == 0;
 }
 
 StarterFacts starter_facts() {
@@ -346,7 +356,7 @@ StarterFacts starter_facts() {
   }
   std::u16string proposal = zq_app_data_dir(false) + u"/tmplts";
   for (const std::u16string& dir : dirs)
-    if (directory_writable(dir)) {
+    if (probe_succeeds(dir)) {
       proposal = dir;
       break;
     }

@@ -164,10 +164,14 @@ TEST(TpkListTest, ProposedPlanFollowsTheStarterConfiguration) {
     std::string starter;  // proposal, file, first as tpk-list tells them; @ for HOME
   } cases[] = {
       {"", "", "@/.plom8/Orvo/plom8//tmplts None None"},
-      // The first listed directory that exists and can be written is proposed;
-      // "\" reads as "/"; the key's case does not count.
-      {kOrdinary, "configurationtemplateslocation=@\\missing\nConfigurationTemplatesLocation=@/t\n",
-       "@/t @/" + kOrdinary + " @/missing"},
+      // The installer proposes the first listed directory where its probe file
+      // can be made, and the probe goes to $TMPDIR (or /tmp) when the directory
+      // does not exist: in effect the first one. "\" reads as "/"; the key's
+      // case does not count.
+      {kOrdinary, "configurationtemplateslocation=@\\t\nConfigurationTemplatesLocation=@/missing\n",
+       "@/t @/" + kOrdinary + " @/t"},
+      {kOrdinary, "ConfigurationTemplatesLocation=@/missing\nConfigurationTemplatesLocation=@/t\n",
+       "@/missing @/" + kOrdinary + " @/missing"},
       {kBase, "ConfigurationTemplatesLocation=@/t\n", "@/t @/" + kBase + " @/t"},
       // A base file that lists nothing is not written.
       {kBase, "Other=1\n", "@/.plom8/Orvo/plom8//tmplts None None"},
@@ -187,7 +191,7 @@ TEST(TpkListTest, ProposedPlanFollowsTheStarterConfiguration) {
                    " -c 'import json,sys; d=json.load(sys.stdin); s=d[\"starter\"]; "
                    "print(s[\"proposal\"], s[\"file\"], s[\"first\"], d[\"against\"] == "
                    "s[\"proposal\"], d[\"files\"][0][\"action\"])'");
-    const bool atT = contains(c.starter, "@/t ");
+    const bool atT = c.starter.compare(0, 4, "@/t ") == 0;
     EXPECT_EQ(r.out, at_home(c.starter) + " True " + (atT ? "replace" : "new") + "\n") << c.text;
     EXPECT_EQ(snapshot(home.path()), before);
   }
