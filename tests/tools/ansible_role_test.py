@@ -1,17 +1,9 @@
 #!/usr/bin/env python3
 """deploy/ansible/install-templates.yml with ansible-core against three local
-hosts, one home folder each, from a kit made by tools/make-kit.sh:
-
-  a  the connecting user's home; the starter file lists a directory that does
-     not exist yet, which the installer proposes
-  b  template_kit_home, and template_kit_target "~/Templates", which the
-     starter file does not list (it lists another directory)
-  c  template_kit_target where a folder stands in place of a package file:
-     the installation fails and rolls back
-
-First run: a and b changed, c failed with the installer's message, the other
-hosts done. Second run: nothing changes anywhere. Check mode with a newer kit:
-a and b changed, c failed, nothing altered. No run leaves a temporary file.
+hosts, one home folder each: a (the connecting user's home, the installer's
+proposal), b (template_kit_home, template_kit_target ~/Templates, which the
+starter file does not list) and c (a folder stands where a package file goes:
+the installation fails). First run, second run, check mode with a newer kit.
 
   ansible_role_test.py SOURCE_DIR BUILD_DIR
 """
@@ -33,12 +25,11 @@ def check(condition, what):
         print("FAIL: " + what, file=sys.stderr)
 
 
-def write(path, text, mtime=None):
+def write(path, text, mtime=1600000000):
     os.makedirs(os.path.dirname(path), exist_ok=True)
     with open(path, "w") as f:
         f.write(text)
-    if mtime is not None:
-        os.utime(path, (mtime, mtime))
+    os.utime(path, (mtime, mtime))
 
 
 def read(path):
@@ -90,7 +81,7 @@ try:
     files = {"docs/readme.html": "<html></html>\n", "Orders/order.cfg": "order\n",
              "Orders/forms/form.cfg": "form\n"}
     for name, text in files.items():
-        write(os.path.join(tree, name), text, 1600000000)
+        write(os.path.join(tree, name), text)
     make_kit(tree, os.path.join(work, "kit1"))
 
     starter = ".Orvo/zelbrun/zelbrun.cfg"
@@ -101,6 +92,7 @@ try:
     os.makedirs(home["b"] + "/old")
     os.makedirs(target["c"] + "/Orders/order.cfg")
     write(target["c"] + "/docs/readme.html", "kept\n", 1500000000)
+    # a's home is also ansible-playbook's: the connecting user's.
     inventory = os.path.join(work, "inventory")
     write(inventory, "\n".join([
         "[desktops]",
