@@ -55,8 +55,9 @@ const char kUsage[] =
     "  --version      the version\n"
     "\n"
     "Exit status: 0 for a sound package, 1 for a damaged one, 2 when the\n"
-    "package cannot be read or the command line is wrong, 3 when the plan holds\n"
-    "a conflict (the installation would fail; the plan is printed all the same).\n";
+    "package cannot be read, the command line is wrong or --proposed finds no\n"
+    "directory, 3 when the plan holds a conflict (the installation would fail;\n"
+    "the plan is printed all the same).\n";
 
 // Counts the decoded bytes, showing the count now and then when asked to.
 class CountingSink : public InflateSink {
@@ -503,6 +504,12 @@ int main(int argc, char** argv) {
 
   if (options.against || options.proposed) {
     const StarterFacts starter = starter_facts();
+    if (options.proposed && starter.proposal.empty()) {
+      // The first listed directory held a URL: the installer refuses the empty proposal.
+      std::fprintf(stderr, "tpk-list: the installer proposes no directory to this user (the "
+                           "starter file's first entry holds a URL) and would refuse to install\n");
+      return 2;
+    }
     const std::string dir = options.against ? options.against : narrow_lib(starter.proposal);
     if (options.json)
       return print_json(path, size, counter.total(), outcome.reachedEnd, info, languages, files,

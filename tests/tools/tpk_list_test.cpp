@@ -198,8 +198,15 @@ TEST(TpkListTest, ProposedPlanFollowsTheStarterConfiguration) {
 
   // The text plan names the directory first.
   TempDir home;
-  Result r = run("HOME=" + q(home.path()) + " " + kList + " --proposed " + q(package));
+  const std::string list = "HOME=" + q(home.path()) + " " + kList + " --proposed " + q(package);
+  Result r = run(list);
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out, "directory: " + home / ".plom8/Orvo/plom8//tmplts" +
                        "\nnew      a.txt\n1 entries: 1 new, 0 replace, 0 keep, 0 conflict\n");
+  // A URL listed first leaves no proposal: no plan against the working directory.
+  write_file(home / kOrdinary, "ConfigurationTemplatesLocation=http://host/t\n");
+  r = run(list);
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.out, "");
+  EXPECT_TRUE(contains(r.err, "proposes no directory")) << r.err;
 }
