@@ -8,7 +8,7 @@ packages=(
   build-essential cmake pkg-config libgtest-dev
   libgtk2.0-dev zlib1g-dev libisal-dev
   xvfb xauth xdotool x11-utils imagemagick fonts-dejavu-core
-  python3 clang pigz unzip zip time man-db
+  python3 clang pigz unzip zip time man-db ansible-core
 )
 
 missing=()

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -153,12 +154,73 @@ bool is_excluded(const std::string& relative, const std::vector<std::string>& pa
   }
 }
 
-void drop_excluded(std::vector<tpk::SourceFile>& files, const std::vector<std::string>& patterns) {
+// Leaves out the excluded files; a warning for each pattern that matched
+// nothing (a pattern with a trailing "/" never matches: folders are matched
+// by their names).
+void drop_excluded(std::vector<tpk::SourceFile>& files, const std::vector<std::string>& patterns,
+                   std::vector<std::string>& warnings) {
   if (patterns.empty()) return;
+  std::vector<bool> used(patterns.size());
   std::vector<tpk::SourceFile> kept;
-  for (tpk::SourceFile& file : files)
-    if (!is_excluded(tpk::utf16_to_utf8(file.name), patterns)) kept.push_back(std::move(file));
+  for (tpk::SourceFile& file : files) {
+    const std::string relative = tpk::utf16_to_utf8(file.name);
+    bool excluded = false;
+    for (size_t i = 0; i < patterns.size(); ++i)
+      if (is_excluded(relative, {patterns[i]})) excluded = used[i] = true;
+    if (!excluded) kept.push_back(std::move(file));
+  }
   files.swap(kept);
+  for (size_t i = 0; i < patterns.size(); ++i) {
+    if (used[i]) continue;
+    const std::string& p = patterns[i];
+    std::string w = "--exclude '" + p + "' matched nothing";
+    if (p.size() > 1 && p.back() == '/')
+      w += " (a folder is matched by its name: --exclude '" + p.substr(0, p.size() - 1) + "')";
+    warnings.push_back(w);
+  }
+}
+
+// Warnings about packed files that look like version-control folders (.git,
+// .svn) or editor leftovers (*~, .#*, *.swp), naming them and the --exclude
+// that leaves them out.
+std::vector<std::string> leftover_warnings(const std::vector<tpk::SourceFile>& files) {
+  std::map<std::string, size_t> folders;  // folder, files below it
+  const char* const kEditorPatterns[] = {"*~", ".#*", "*.swp"};
+  std::vector<std::string> editorFiles[3];
+  for (const tpk::SourceFile& file : files) {
+    const std::string relative = tpk::utf16_to_utf8(file.name);
+    size_t start = 0, slash;
+    bool inFolder = false;
+    for (; (slash = relative.find('/', start)) != std::string::npos; start = slash + 1) {
+      const std::string part = relative.substr(start, slash - start);
+      if (part != ".git" && part != ".svn") continue;
+      ++folders[relative.substr(0, slash)];
+      inFolder = true;
+      break;
+    }
+    if (inFolder) continue;
+    const std::string base = relative.substr(start);
+    for (int k = 0; k < 3; ++k)
+      if (fnmatch(kEditorPatterns[k], base.c_str(), 0) == 0) {
+        editorFiles[k].push_back(relative);
+        break;
+      }
+  }
+  std::vector<std::string> warnings;
+  for (const auto& [folder, count] : folders)
+    warnings.push_back("the version-control folder " + folder + "/ is packed (" +
+                       std::to_string(count) + (count == 1 ? " file" : " files") +
+                       "); leave it out with --exclude '" + folder + "'");
+  for (int k = 0; k < 3; ++k) {
+    const std::vector<std::string>& names = editorFiles[k];
+    if (names.empty()) continue;
+    std::string list;
+    for (size_t i = 0; i < names.size() && i < 10; ++i) list += (i ? ", " : "") + names[i];
+    if (names.size() > 10) list += " and " + std::to_string(names.size() - 10) + " more";
+    warnings.push_back("editor leftovers are packed: " + list + "; leave them out with --exclude '" +
+                       kEditorPatterns[k] + "'");
+  }
+  return warnings;
 }
 
 // Warnings about a package the installer would handle badly: a description
@@ -275,13 +337,14 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "tpk-build: %s\n", error.c_str());
     return 1;
   }
-  drop_excluded(files, excludes);
+  drop_excluded(files, excludes, warnings);
   if (files.empty()) {
     std::fprintf(stderr, "tpk-build: no files to pack below %s%s; no package written\n",
                  source.c_str(), excludes.empty() ? "" : " (after --exclude)");
     return 1;
   }
   if (clamp) clamp_times(files, epoch);
+  for (const std::string& w : leftover_warnings(files)) warnings.push_back(w);
   for (const std::string& w : package_warnings(header, files, output)) warnings.push_back(w);
   for (const std::string& w : warnings) std::fprintf(stderr, "tpk-build: warning: %s\n", w.c_str());
   if (checks && !tpk::compute_checks(files, error)) {

@@ -8,22 +8,30 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "compat/file_finder.h"
+#include "compat/text.h"
 #include "package/catalogue.h"
 #include "package/contents_check.h"
 #include "package/inflate_decoder.h"
 #include "project_version.h"
+#include "starter/config_file.h"
+#include "starter/config_file_io.h"
+#include "starter/config_locations.h"
+#include "starter/starter.h"
+#include "starter/starter_state.h"
 #include "tools/monotonic_clock.h"
 #include "tools/tpk_writer.h"
 
 namespace {
 
 const char kUsage[] =
-    "Usage: tpk-list [--json] [--against DIR] PACKAGE\n"
+    "Usage: tpk-list [--json] [--against DIR | --proposed] PACKAGE\n"
     "\n"
     "Prints the header kind, the languages and the catalogue of PACKAGE (name,\n"
     "size, last-write time in UTC to 100 ns) and checks that the package decodes\n"
@@ -38,12 +46,18 @@ const char kUsage[] =
     "                 directory or an unreadable place is in the way: the\n"
     "                 installation would fail), then the name; a summary line\n"
     "                 last. DIR is only looked at, never changed.\n"
-    "  --json         the listing (and the plan) as one JSON object\n"
+    "  --proposed     the same against the directory that the installer would\n"
+    "                 propose to this user (from the starter configuration below\n"
+    "                 $HOME), named on a first line\n"
+    "  --json         the listing (and the plan, with its counts and what the\n"
+    "                 starter configuration says) as one JSON object\n"
     "  -h, --help     this text\n"
     "  --version      the version\n"
     "\n"
     "Exit status: 0 for a sound package, 1 for a damaged one, 2 when the\n"
-    "package cannot be read or the command line is wrong.\n";
+    "package cannot be read, the command line is wrong or --proposed finds no\n"
+    "directory, 3 when the plan holds a conflict (the installation would fail;\n"
+    "the plan is printed all the same).\n";
 
 // Counts the decoded bytes, showing the count now and then when asked to.
 class CountingSink : public InflateSink {
@@ -191,6 +205,7 @@ std::string quoted(const std::u16string& text) { return "\"" + tpk::utf16_to_utf
 struct ListOptions {
   const char* package = nullptr;
   const char* against = nullptr;  // plan against this template directory
+  bool proposed = false;          // plan against the installer's proposal
   bool json = false;
 };
 
@@ -211,8 +226,11 @@ bool parse_arguments(int argc, char** argv, ListOptions& options, int& status) {
     }
     if (std::strcmp(arg, "--json") == 0) {
       options.json = true;
-    } else if (std::strcmp(arg, "--against") == 0 && i + 1 < argc && !options.against) {
+    } else if (std::strcmp(arg, "--against") == 0 && i + 1 < argc && !options.against &&
+               !options.proposed) {
       options.against = argv[++i];
+    } else if (std::strcmp(arg, "--proposed") == 0 && !options.against) {
+      options.proposed = true;
     } else if (arg[0] != '-' && !options.package) {
       options.package = arg;
     } else {
@@ -279,21 +297,93 @@ std::vector<Action> plan(const std::string& dir, const std::vector<FileEntry>& f
   return actions;
 }
 
-std::string plan_summary(const std::vector<Action>& actions) {
-  unsigned counts[4] = {};
-  for (Action a : actions) ++counts[static_cast<int>(a)];
-  char text[160];
-  std::snprintf(text, sizeof text, "%zu entries: %u new, %u replace, %u keep, %u conflict",
-                actions.size(), counts[0], counts[1], counts[2], counts[3]);
-  return text;
+// How many entries of a plan take each action, indexed by Action.
+struct PlanCounts {
+  unsigned of[4] = {};
+  explicit PlanCounts(const std::vector<Action>& actions) {
+    for (Action a : actions) ++of[static_cast<int>(a)];
+  }
+};
+
+// Exit status of a plan: a conflict means the installation would fail.
+constexpr int kExitConflict = 3;
+int plan_status(const PlanCounts& counts) {
+  return counts.of[static_cast<int>(Action::kConflict)] != 0 ? kExitConflict : 0;
 }
 
-int print_plan(const char* dir, const std::vector<FileEntry>& files) {
+// What the installer would learn from this user's starter configuration
+// (below $HOME), as it reads it at start: the directory it proposes, the
+// per-user file it writes after an installation (empty when it writes none)
+// and the first directory that file lists now.
+struct StarterFacts {
+  std::u16string proposal;
+  std::u16string file;
+  bool listsAny = false;
+  std::u16string first;
+};
+
+bool entry_exists(const std::u16string& path) {
+  FileFinder finder;
+  return finder.reset(path);
+}
+
+bool is_directory(const char* path) {
+  struct stat st;
+  return path && stat(path, &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// Whether the installer's probe for a listed directory succeeds. It creates
+// its probe file where a temporary file would go: in $TMPDIR when that names
+// a directory, else in the listed directory when it is one, else in /tmp.
+// A plan creates nothing, so it asks the system whether the file could be made.
+bool probe_succeeds(const std::u16string& dir) {
+  const char* tmpdir = std::getenv("TMPDIR");
+  const std::string listed = narrow_lib(dir);
+  const std::string where = is_directory(tmpdir)             ? tmpdir
+                            : is_directory(listed.c_str()) ? listed
+                                                             : "/tmp";
+  return access(where.c_str(), W_OK | X_OK) == 0;
+}
+
+StarterFacts starter_facts() {
+  StarterFacts facts;
+  std::vector<std::u16string> dirs;
+  if (entry_exists(get_local_config_file_path())) {
+    get_tmplts_list(dirs, true, false);
+    facts.file = get_local_config_file_path();
+  } else if (entry_exists(get_local_config_file_path_base())) {
+    get_tmplts_list(dirs, true, true);
+    if (!dirs.empty()) facts.file = get_local_config_file_path_base();
+  }
+  std::u16string proposal = zq_app_data_dir(false) + u"/tmplts";
+  for (const std::u16string& dir : dirs)
+    if (probe_succeeds(dir)) {
+      proposal = dir;
+      break;
+    }
+  facts.proposal = clean_proposal(proposal);
+  if (!facts.file.empty()) {
+    ConfigFile config;
+    read_config_file(facts.file, config);
+    const std::vector<std::u16string>* listed = config.findValues(kConfigFileFieldTemplatesLocation);
+    if (listed && !listed->empty()) {
+      facts.listsAny = true;
+      facts.first = (*listed)[0];
+      replace_all(facts.first, u"\\", u"/");
+    }
+  }
+  return facts;
+}
+
+int print_plan(const std::string& dir, const std::vector<FileEntry>& files, bool named) {
   const std::vector<Action> actions = plan(dir, files);
+  if (named) std::printf("directory: %s\n", dir.c_str());
   for (size_t i = 0; i < files.size(); ++i)
     std::printf("%-8s %s\n", action_name(actions[i]), tpk::utf16_to_utf8(files[i].name).c_str());
-  std::printf("%s\n", plan_summary(actions).c_str());
-  return 0;
+  const PlanCounts counts(actions);
+  std::printf("%zu entries: %u new, %u replace, %u keep, %u conflict\n", actions.size(),
+              counts.of[0], counts.of[1], counts.of[2], counts.of[3]);
+  return plan_status(counts);
 }
 
 // A JSON string of UTF-16 text: pairs as UTF-8, a unit without its partner
@@ -322,9 +412,11 @@ std::string json_string(const std::u16string& text) {
 
 int print_json(const char* path, uint64_t compressed, uint64_t decoded, bool reachedEnd,
                const CatalogueInfo& info, const std::vector<LanguageEntry>& languages,
-               const std::vector<FileEntry>& files, const char* against) {
+               const std::vector<FileEntry>& files, const char* against,
+               const StarterFacts* starter) {
   std::vector<Action> actions;
   if (against) actions = plan(against, files);
+  const PlanCounts counts(actions);
   std::printf("{\n  \"package\": %s,\n", json_string(tpk::utf8_to_utf16(path)).c_str());
   std::printf("  \"compressed_bytes\": %llu,\n  \"decoded_bytes\": %llu,\n",
               (unsigned long long)compressed, (unsigned long long)decoded);
@@ -338,8 +430,15 @@ int print_json(const char* path, uint64_t compressed, uint64_t decoded, bool rea
                 json_string(l.title2).c_str(), json_string(l.descriptionRef).c_str());
   }
   std::printf("%s],\n", languages.empty() ? "" : "\n  ");
-  if (against)
+  if (against) {
     std::printf("  \"against\": %s,\n", json_string(tpk::utf8_to_utf16(against)).c_str());
+    std::printf("  \"summary\": {\"new\": %u, \"replace\": %u, \"keep\": %u, \"conflict\": %u},\n",
+                counts.of[0], counts.of[1], counts.of[2], counts.of[3]);
+    std::printf("  \"starter\": {\"proposal\": %s, \"file\": %s, \"first\": %s},\n",
+                json_string(starter->proposal).c_str(),
+                starter->file.empty() ? "null" : json_string(starter->file).c_str(),
+                starter->listsAny ? json_string(starter->first).c_str() : "null");
+  }
   std::printf("  \"files\": [");
   for (size_t i = 0; i < files.size(); ++i) {
     const FileEntry& f = files[i];
@@ -353,7 +452,7 @@ int print_json(const char* path, uint64_t compressed, uint64_t decoded, bool rea
     std::printf("}");
   }
   std::printf("%s]\n}\n", files.empty() ? "" : "\n  ");
-  return 0;
+  return against ? plan_status(counts) : 0;
 }
 
 }  // namespace
@@ -403,10 +502,23 @@ int main(int argc, char** argv) {
 
   if (check_contents(path, data, size, files, info.dataStart) != 0) return 1;
 
+  if (options.against || options.proposed) {
+    const StarterFacts starter = starter_facts();
+    if (options.proposed && starter.proposal.empty()) {
+      // The first listed directory held a URL: the installer refuses the empty proposal.
+      std::fprintf(stderr, "tpk-list: the installer proposes no directory to this user (the "
+                           "starter file's first entry holds a URL) and would refuse to install\n");
+      return 2;
+    }
+    const std::string dir = options.against ? options.against : narrow_lib(starter.proposal);
+    if (options.json)
+      return print_json(path, size, counter.total(), outcome.reachedEnd, info, languages, files,
+                        dir.c_str(), &starter);
+    return print_plan(dir, files, options.proposed);
+  }
   if (options.json)
     return print_json(path, size, counter.total(), outcome.reachedEnd, info, languages, files,
-                      options.against);
-  if (options.against) return print_plan(options.against, files);
+                      nullptr, nullptr);
 
   uint64_t contents = 0, checked = 0;
   for (const FileEntry& f : files) {

@@ -21,13 +21,23 @@ echo 'ref: refs/heads/main' >"$tree/.git/HEAD"
 make_kit "$tree" "$work/kit" -q --exclude .git --exclude '*~' \
   --lang 'en:Order templates:Vendor:/docs/readme.html' >"$work/out" 2>&1 ||
   fail "make-kit.sh: $(cat "$work/out")"
-[[ $(ls -A "$work/kit") == $'installer\nplom8.tpk' ]] || fail "kit holds: $(ls -A "$work/kit")"
+[[ $(ls -A "$work/kit") == $'installer\ninstaller-LICENSE\nplom8.tpk' ]] || fail "kit holds: $(ls -A "$work/kit")"
+cmp -s "$work/kit/installer-LICENSE" "$source_dir/LICENSE" || fail "the kit's licence is not LICENSE"
 readelf -S "$work/kit/installer" | grep -q '\.symtab' && fail "the kit's installer is not stripped"
 env -u DISPLAY "$work/kit/installer" --version | grep -q '^installer ' || fail "the kit's installer does not run"
 listing=$("$build/tools/tpk-list" "$work/kit/plom8.tpk") || fail "tpk-list refuses the kit's package"
 names=$(sed -n '/^files: /,$p' <<<"$listing" | tail -n +2 | awk '{print $NF}')
 [[ $names == $'Orders/forms/form.cfg\nOrders/order.cfg\ndocs/readme.html' ]] || fail "package holds: $names"
 grep -q '"en" "Order templates" "Vendor" "/docs/readme.html"' <<<"$listing" || fail "languages: $listing"
+
+# --with-tpk-list adds the lister to a kit made again in the same folder; a
+# kit made without it again drops it.
+make_kit "$tree" "$work/kit" --with-tpk-list -q --exclude .git --exclude '*~' >"$work/out" 2>&1 ||
+  fail "make-kit.sh --with-tpk-list: $(cat "$work/out")"
+"$work/kit/tpk-list" "$work/kit/plom8.tpk" >/dev/null || fail "the kit's tpk-list does not run"
+make_kit "$tree" "$work/kit" -q --exclude .git --exclude '*~' >"$work/out" 2>&1 || fail "make-kit.sh: $(cat "$work/out")"
+[[ ! -e $work/kit/tpk-list ]] || fail "a kit made without --with-tpk-list keeps tpk-list"
+bash "$source_dir/tools/make-kit.sh" --help | grep -q -- '--with-tpk-list' || fail "make-kit.sh --help"
 
 # Bad input: a refused build, a folder with other files, a kit inside the
 # tree, an -o of its own. Each is refused and changes nothing.

@@ -190,3 +190,37 @@ TEST(TpkBuildTest, LanguagesWarningsAndSummary) {
   r = build("-q");
   EXPECT_EQ(r.out + r.err, "");
 }
+
+TEST(TpkBuildTest, WarnsOfUnusedExcludesAndPackedLeftovers) {
+  TempDir tree, out;
+  for (const char* rel : {".git/HEAD", ".git/objects/ab", "sub/.svn/entries", "sub/.git", "a.txt",
+                          "a.txt~", "sub/b~", ".#a.txt", "sub/.b.swp", "docs/x.html"})
+    put(tree / rel, rel);
+  const struct {
+    std::string args;
+    std::vector<std::string> warnings;  // in order, each a whole line after "warning: "
+  } cases[] = {
+      {"",
+       {"the version-control folder .git/ is packed (2 files); leave it out with --exclude '.git'",
+        "the version-control folder sub/.svn/ is packed (1 file); leave it out with --exclude "
+        "'sub/.svn'",
+        "editor leftovers are packed: a.txt~, sub/b~; leave them out with --exclude '*~'",
+        "editor leftovers are packed: .#a.txt; leave them out with --exclude '.#*'",
+        "editor leftovers are packed: sub/.b.swp; leave them out with --exclude '*.swp'"}},
+      // Patterns that match nothing are named; "docs/" never matches a folder.
+      {"--exclude .git --exclude '*/.svn' --exclude '*~' --exclude '.#*' --exclude '*.swp' "
+       "--exclude reports --exclude docs/",
+       {"--exclude 'reports' matched nothing",
+        "--exclude 'docs/' matched nothing (a folder is matched by its name: --exclude 'docs')"}},
+      {"--exclude .git --exclude sub --exclude '*~' --exclude '.#*'", {}},
+  };
+  for (const auto& c : cases) {
+    // -q keeps the summary quiet, not the warnings.
+    Result r = run(kBuild + " " + q(tree.path()) + " -o " + q(out / "plom8.tpk") + " -q " + c.args);
+    EXPECT_EQ(r.status, 0) << c.args << r.err;
+    std::string expected;
+    for (const std::string& w : c.warnings) expected += "tpk-build: warning: " + w + "\n";
+    EXPECT_EQ(r.err, expected) << c.args;
+    EXPECT_EQ(r.out, "");
+  }
+}

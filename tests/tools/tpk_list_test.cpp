@@ -56,8 +56,9 @@ TEST(TpkListTest, PlanAgainstAnInstalledFolderFollowsTheHundredNanosecondRule) {
   const std::string package = out / "plom8.tpk";
   ASSERT_EQ(run(kBuild + " " + q(tree.path()) + " -o " + q(package) + " -q").status, 0);
   const Snapshot before = snapshot(installed.path());
+  // A conflict means the installation would fail: exit status 3, plan printed.
   Result r = run(kList + " --against " + q(installed.path()) + " " + q(package));
-  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.status, 3) << r.err;
 
   // The lines in catalogue order (byte order of the names), then the counts.
   std::vector<std::pair<std::string, std::string>> sorted;
@@ -78,18 +79,22 @@ TEST(TpkListTest, PlanAgainstAnInstalledFolderFollowsTheHundredNanosecondRule) {
   EXPECT_TRUE(contains(r.out, "9 entries: 9 new, 0 replace, 0 keep, 0 conflict\n")) << r.out;
   EXPECT_FALSE(exists(installed / "absent"));
 
-  // The same decisions in the JSON listing.
-  r = run(kList + " --json --against " + q(installed.path()) + " " + q(package) + " | " +
-          q(PYTHON_EXE) +
-          " -c 'import json,sys; d=json.load(sys.stdin); "
-          "print(\" \".join(f[\"action\"] for f in d[\"files\"]))'");
+  // The same decisions and their counts in the JSON listing, with the same status.
+  r = run(kList + " --json --against " + q(installed.path()) + " " + q(package) + " >" +
+          q(out / "plan.json") + "; echo $?; " + q(PYTHON_EXE) +
+          " -c 'import json,sys; d=json.load(open(sys.argv[1])); "
+          "print(\" \".join(f[\"action\"] for f in d[\"files\"]), d[\"summary\"])' " +
+          q(out / "plan.json"));
   std::string actions;
   for (const auto& [name, action] : sorted)
     actions += (actions.empty() ? "" : " ") + std::string(action);
-  EXPECT_EQ(r.out, actions + "\n") << r.err;
+  EXPECT_EQ(r.out, "3\n" + actions +
+                       " {'new': 2, 'replace': 3, 'keep': 2, 'conflict': 2}\n")
+      << r.err;
 
   // Wrong command lines.
-  for (const char* args : {"--against", "--against x", "--json", "--nope x.tpk", "a.tpk b.tpk"})
+  for (const char* args : {"--against", "--against x", "--json", "--nope x.tpk", "a.tpk b.tpk",
+                           "--against x --proposed a.tpk", "--proposed --against x a.tpk"})
     EXPECT_EQ(run(kList + " " + args).status, 2) << args;
 }
 
@@ -145,4 +150,63 @@ TEST(TpkListTest, JsonListingKeepsEveryNameExactly) {
   r = run(kList + " --json " + q(out / "bad.tpk"));
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "");
+}
+
+TEST(TpkListTest, ProposedPlanFollowsTheStarterConfiguration) {
+  TempDir tree, out;
+  put(tree / "a.txt", "package copy", 1600000000);
+  const std::string package = out / "plom8.tpk";
+  ASSERT_EQ(run(kBuild + " " + q(tree.path()) + " -o " + q(package) + " -q").status, 0);
+  const std::string kOrdinary = ".Orvo/zelbrun/zelbrun.cfg", kBase = ".Orvo/zelbrunt/zelbrun.cfg";
+  const struct {
+    std::string file;  // starter file below HOME, "" for none
+    std::string text;  // its lines; @ stands for HOME
+    std::string starter;  // proposal, file, first as tpk-list tells them; @ for HOME
+  } cases[] = {
+      {"", "", "@/.plom8/Orvo/plom8//tmplts None None"},
+      // The installer proposes the first listed directory where its probe file
+      // can be made, and the probe goes to $TMPDIR (or /tmp) when the directory
+      // does not exist: in effect the first one. "\" reads as "/"; the key's
+      // case does not count.
+      {kOrdinary, "configurationtemplateslocation=@\\t\nConfigurationTemplatesLocation=@/missing\n",
+       "@/t @/" + kOrdinary + " @/t"},
+      {kOrdinary, "ConfigurationTemplatesLocation=@/missing\nConfigurationTemplatesLocation=@/t\n",
+       "@/missing @/" + kOrdinary + " @/missing"},
+      {kBase, "ConfigurationTemplatesLocation=@/t\n", "@/t @/" + kBase + " @/t"},
+      // A base file that lists nothing is not written.
+      {kBase, "Other=1\n", "@/.plom8/Orvo/plom8//tmplts None None"},
+  };
+  for (const auto& c : cases) {
+    TempDir home;
+    auto at_home = [&](std::string text) {
+      for (size_t p; (p = text.find('@')) != std::string::npos;) text.replace(p, 1, home.path());
+      return text;
+    };
+    std::filesystem::create_directories(home / "t");
+    put(home / "t/a.txt", "installed", 1500000000);
+    if (!c.file.empty()) write_file(home / c.file, at_home(c.text));
+    const Snapshot before = snapshot(home.path());
+    Result r = run("HOME=" + q(home.path()) + " " + kList + " --json --proposed " + q(package) +
+                   " | " + q(PYTHON_EXE) +
+                   " -c 'import json,sys; d=json.load(sys.stdin); s=d[\"starter\"]; "
+                   "print(s[\"proposal\"], s[\"file\"], s[\"first\"], d[\"against\"] == "
+                   "s[\"proposal\"], d[\"files\"][0][\"action\"])'");
+    const bool atT = c.starter.compare(0, 4, "@/t ") == 0;
+    EXPECT_EQ(r.out, at_home(c.starter) + " True " + (atT ? "replace" : "new") + "\n") << c.text;
+    EXPECT_EQ(snapshot(home.path()), before);
+  }
+
+  // The text plan names the directory first.
+  TempDir home;
+  const std::string list = "HOME=" + q(home.path()) + " " + kList + " --proposed " + q(package);
+  Result r = run(list);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "directory: " + home / ".plom8/Orvo/plom8//tmplts" +
+                       "\nnew      a.txt\n1 entries: 1 new, 0 replace, 0 keep, 0 conflict\n");
+  // A URL listed first leaves no proposal: no plan against the working directory.
+  write_file(home / kOrdinary, "ConfigurationTemplatesLocation=http://host/t\n");
+  r = run(list);
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(r.out, "");
+  EXPECT_TRUE(contains(r.err, "proposes no directory")) << r.err;
 }
