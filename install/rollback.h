@@ -35,6 +35,10 @@ class Rollback {
   // then removes the backup directory. 0, or 1013 when the commit could not
   // be recorded (nothing is removed then: the run must be rolled back).
   unsigned stop();
+  // The single-step operations below record, put the record on disk and
+  // make the change in one call. The copy run does not call them: it uses
+  // their two-phase forms further down, so that one flush serves a group.
+  //
   // Moves the file at `file` (inside the target directory) aside into the
   // backup directory, so the path is free for the new file. 0 when it was
   // moved, or when the path already holds a file this run wrote; 2 when
@@ -43,8 +47,7 @@ class Rollback {
   // could not be moved aside, 87 for a path outside the target directory.
   unsigned storeRBFile(const std::u16string& file);
   // Journals the file now at `file` as written by this run (rollback deletes
-  // it). The copy run records its files itself (recordPlaced); nothing else
-  // calls this.
+  // it).
   void addRBFile(const std::u16string& file);
   // Journals `dir` as made by this run, as makeDirectoryTree does for each
   // level it makes.

@@ -264,7 +264,9 @@ TEST(RecoveryTest, ADamagedJournalNeverCostsAnOriginalFile) {
       const RecoveryReport report = recover_interrupted_runs();
       const Snapshot now = world(s.box);
       ASSERT_EQ(report.runs.size(), 1u);
-      if (report.runs[0].complete) EXPECT_EQ(snapshot_difference(b.before, now), "");
+      if (report.runs[0].complete) {
+        EXPECT_EQ(snapshot_difference(b.before, now), "");
+      }
       const std::string backup = narrow_lib(report.runs[0].backupDir);
       for (const char* f : {"a.txt", "old/b.txt", "old/deep/c.txt", "newer.txt", "mine/own.txt"}) {
         const std::string key = std::string("target/") + f;
@@ -418,10 +420,11 @@ TEST(RecoveryTest, TargetsAreUsedAsSpelled) {
     const Snapshot before = world(s.box);
     Installer installer(0);
     EXPECT_EQ(run_install(s.reader, s.dir, installer), fail ? ERROR_PATH_NOT_FOUND : 0u);
-    if (fail)
+    if (fail) {
       EXPECT_EQ(snapshot_difference(before, world(s.box)), "");
-    else
+    } else {
       EXPECT_EQ(read_file(elsewhere + "/deep/c.txt"), "new c");
+    }
   }
   {
     SCOPED_TRACE("a target that cannot be listed");
@@ -473,7 +476,9 @@ TEST(RecoveryTest, AnUnsafeTemporaryDirectoryIsRefused) {
     box.buildPackage(package, {{"a.txt", "a", kPackageTime}});
     const Snapshot before = world(box);
     EXPECT_EQ(run_install(package, box.targetDir(), installer) == 0, mode != 0777);
-    if (mode == 0777) EXPECT_EQ(snapshot_difference(before, world(box)), "");
+    if (mode == 0777) {
+      EXPECT_EQ(snapshot_difference(before, world(box)), "");
+    }
     EXPECT_TRUE(full_snapshot(box.tmp()).empty());
   }
 }
