@@ -14,6 +14,12 @@
 //                        written with changed bytes and a time one day older
 //   --verify DIR         check names, sizes, times (100 ns) and contents of
 //                        DIR against the package
+//   --interrupt DIR      install into DIR in a child process that dies (_exit)
+//                        once 70 % of the entries are reached
+//   --recover DIR        undo what interrupted runs left (what the next start
+//                        does), then check that DIR is as the run found it:
+//                        gone when it did not exist, else as --prepare-older
+//                        left it
 //   --floor-reads exact|full
 //                        how later --floor copies read: just the entry's
 //                        bytes (the default), or the whole buffer each time
@@ -29,6 +35,7 @@
 #include <locale.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -48,6 +55,7 @@
 #include "compat/text.h"
 #include "install/install_process_data.h"
 #include "install/installer.h"
+#include "install/recovery.h"
 #include "package/package_loader.h"
 
 namespace {
@@ -372,6 +380,23 @@ size_t verify(PackageReader& reader, const std::string& dir) {
   return bad;
 }
 
+// The files of an older copy (--prepare-older) that are not there with the
+// older copy's time: 0 when a rollback put every one back.
+size_t verify_older(PackageReader& reader, const std::string& dir) {
+  size_t bad = 0;
+  for (const Target& t : targets_in(dir, reader)) {
+    int64_t seconds;
+    long nanoseconds;
+    FileTimeToTimespec(U64ToFileTime(FileTimeToU64(t.entry->time) - uint64_t(kOneDayTicks)),
+                       seconds, nanoseconds);
+    struct stat st;
+    if (stat(t.path.c_str(), &st) != 0 || st.st_mtim.tv_sec != seconds ||
+        st.st_mtim.tv_nsec != nanoseconds)
+      ++bad;
+  }
+  return bad;
+}
+
 struct WakeupLog {
   double last = 0;
   uint64_t count = 0;
@@ -419,11 +444,62 @@ bool install(PackageReader& reader, const std::string& phase, const std::string&
   return result == 0;
 }
 
+// An install into `dir` in a child that dies once 70 % of the entries are
+// reached, as a killed installer would. False when the child did not die there.
+bool interrupted_install(PackageReader& reader, const std::string& dir) {
+  PhaseMeter meter;
+  meter.begin();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    InstallProcessData data;
+    data.init(&reader, widen_lib(dir));
+    data.setWakeup(
+        [](void* context) {
+          unsigned state;
+          std::u16string message;
+          int percent;
+          static_cast<InstallProcessData*>(context)->getInstallState(state, message, percent);
+          if (percent >= 70) _exit(70);
+        },
+        &data);
+    Installer installer;
+    installer.run(&data);
+    _exit(0);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  meter.end();
+  Record r("interrupted");
+  r.add("dir", dir);
+  meter.report(r);
+  r.add("died_at_70_percent", WIFEXITED(status) && WEXITSTATUS(status) == 70);
+  r.print();
+  return WIFEXITED(status) && WEXITSTATUS(status) == 70;
+}
+
+// What the next start does first, timed; then whether `dir` is as it was.
+bool recover(PackageReader& reader, const std::string& dir, bool existed) {
+  PhaseMeter meter;
+  meter.begin();
+  const RecoveryReport report = recover_interrupted_runs();
+  meter.end();
+  const bool back = existed ? verify_older(reader, dir) == 0 : !exists(dir);
+  Record r("recover");
+  r.add("dir", dir);
+  meter.report(r);
+  r.add("runs", uint64_t(report.runs.size()))
+      .add("complete", report.runs.size() == 1 && report.runs[0].complete)
+      .add("as_before", back);
+  r.print();
+  return back;
+}
+
 int usage() {
   std::fprintf(stderr,
                "usage: bench_install PACKAGE [--fresh DIR] [--reinstall DIR] [--older DIR]\n"
                "                     [--floor DIR] [--prepare-older DIR] [--verify DIR]\n"
-               "                     [--floor-reads exact|full] [--floor-writes BYTES] ...\n");
+               "                     [--floor-reads exact|full] [--floor-writes BYTES]\n"
+               "                     [--interrupt DIR] [--recover DIR] ...\n");
   return 2;
 }
 
@@ -436,9 +512,9 @@ int main(int argc, char** argv) {
   for (int i = 2; i < argc; i += 2) {
     std::string option = argv[i];
     if (i + 1 >= argc) return usage();
-    static const std::set<std::string> kKnown = {"--fresh",       "--reinstall",     "--older",
-                                                 "--floor",       "--prepare-older", "--verify",
-                                                 "--floor-reads", "--floor-writes"};
+    static const std::set<std::string> kKnown = {
+        "--fresh",       "--reinstall",    "--older",     "--floor",  "--prepare-older",
+        "--verify",      "--floor-reads",  "--floor-writes", "--interrupt", "--recover"};
     if (!kKnown.count(option)) return usage();
     std::string dir = argv[i + 1];
     while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
@@ -479,6 +555,7 @@ int main(int argc, char** argv) {
   if (!failure.empty()) return 1;
 
   bool ok = true;
+  bool interruptedExisted = false;
   CopyStyle style;
   for (const auto& [option, dir] : actions) {
     if (option == "--floor-reads") {
@@ -491,6 +568,11 @@ int main(int argc, char** argv) {
       ok = install(reader, "reinstall", dir) && ok;
     } else if (option == "--older") {
       ok = install(reader, "older", dir) && ok;
+    } else if (option == "--interrupt") {
+      interruptedExisted = exists(dir);
+      ok = interrupted_install(reader, dir) && ok;
+    } else if (option == "--recover") {
+      ok = recover(reader, dir, interruptedExisted) && ok;
     } else if (option == "--floor" || option == "--prepare-older") {
       bool older = option == "--prepare-older";
       meter.begin();

@@ -238,6 +238,37 @@ TEST(RecoveryTest, AStopAtAnyCallIsUndoneByTheNextStart) {
   }
 }
 
+// An interrupt during recovery stops it between two steps, wherever it
+// comes; the next start finishes the job.
+TEST(RecoveryTest, AnInterruptedRecoveryIsFinishedByTheNextStart) {
+  const Baseline b = baseline(true);
+  for (unsigned k = 1;; ++k) {
+    SCOPED_TRACE("interrupted at call " + std::to_string(k));
+    Scenario s(true);
+    ASSERT_EQ(run_until(s, b.calls * 2 / 3, Stop::kKill), 77);
+    std::atomic<bool> stop{false};
+    FaultyFileOps counting;
+    counting.before = [&](unsigned call, const char*, const std::string&) {
+      if (call == k) stop = true;
+      return 0;
+    };
+    PlayBackControl control;
+    control.stop = &stop;
+    RecoveryReport first;
+    {
+      ScopedFileOps use(&counting);
+      first = recover_interrupted_runs(control);
+    }
+    const RecoveryReport second = recover_interrupted_runs();
+    bool before = false;
+    EXPECT_TRUE(s.beforeOrAfter(b.before, b.after, before));
+    EXPECT_TRUE(before);
+    EXPECT_EQ(first.runs.size() + second.runs.size(), 1u);
+    EXPECT_TRUE(full_snapshot(s.box.tmp()).empty());
+    if (!first.stopped) break;  // k went past the last call
+  }
+}
+
 // One killed run, its journal then damaged at many bytes or cut short at any
 // length: no original file is ever lost (each is in place or in the kept
 // backup, with its bytes and time), and "restored" is said only when the
