@@ -213,7 +213,7 @@ unsigned Installer::planGroup(const PackageReader& reader, size_t first) {
     replace_all(name, kBadPathSeparator, kPathSeparator);
     const std::string spelled = m_rollback.spelledTarget() + narrow_lib(name);
     work.target = fold_path(spelled);
-    work.spelledDir = spelled.substr(0, spelled.rfind('/'));
+    work.spelledDir = spelled.substr(0, std::max<size_t>(spelled.rfind('/'), 1));
     bool affected = files.count(work.target) || folders.count(work.target);
     for (std::string dir = parent_of(work.target); !affected && is_below(dir, target);
          dir = parent_of(dir))

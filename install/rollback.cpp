@@ -257,6 +257,7 @@ unsigned Rollback::makeDirectory(const std::string& spelledDir) {
 
 unsigned Rollback::makeDirectoryTree(const std::u16string& dir) {
   if (isDiskRoot(dir)) return 0;
+  if (dir.empty()) return ERROR_PATH_NOT_FOUND;  // mkdir -p "" makes nothing
   const std::string spelled = narrow_lib(dir);
   prepareDirectory(spelled);
   if (unsigned code = barrier()) return code;
@@ -265,6 +266,7 @@ unsigned Rollback::makeDirectoryTree(const std::u16string& dir) {
 
 unsigned Rollback::makeBackupDirectoryTree(const std::u16string& dir) {
   if (isDiskRoot(dir)) return 0;
+  if (dir.empty()) return ERROR_PATH_NOT_FOUND;
   struct stat64 st;
   if (look(narrow_lib(dir), st, true) == 0 && S_ISDIR(st.st_mode)) return 0;
   return FileSystem::CreateDirectory(dir) == 0 ? 0 : ERROR_PATH_NOT_FOUND;

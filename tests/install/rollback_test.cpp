@@ -40,6 +40,8 @@ TEST(RollbackTest, BackupNameAndTheDirectoryJournalHoldOnlyWhatTheRunCreated) {
       // The spelling's folders are made as mkdir -p makes them: "u" too.
       {t + "/u/../v", 0, {t + "/u", t + "/v"}, 1},
       {t + "/plain/sub", ERROR_PATH_NOT_FOUND, {}, 1},
+      {"", ERROR_PATH_NOT_FOUND, {}, 0},
+      {"/", 0, {}, 0},
       // mkdir -p makes "n" and then fails: "n" is still this run's.
       {t + "/n/" + longName, ERROR_PATH_NOT_FOUND, {t + "/n"}, 1},
   };

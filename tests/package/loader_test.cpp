@@ -10,6 +10,7 @@
 #include "package/package_loader.h"
 #include "package/package_location.h"
 #include "package_test_util.h"
+#include "support/faulty_file_ops.h"
 #include "support/test_support.h"
 
 using namespace testsupport;
@@ -81,6 +82,33 @@ TEST_F(LoaderTest, SpaceCheckThenLoad) {
   }
   EXPECT_TRUE(tmpEmpty());
   EXPECT_FALSE(has_space_for_package(UINT64_MAX / 3 + 1, UINT64_MAX));
+}
+
+// The working file never has a name in TMPDIR that outlives its opening: on
+// a file system without nameless files it is made with a name that goes at
+// once. Either way what it holds is the package.
+TEST_F(LoaderTest, TheWorkingFileLeavesNoName) {
+  const std::string working = working_file(kFiles);
+  const std::u16string path = package(deflate_raw(working));
+  const std::string tmp = m_tmp.path() + "/";
+  for (bool nameless : {true, false}) {
+    SCOPED_TRACE(nameless ? "nameless" : "named, then unnamed");
+    FaultyFileOps ops;
+    std::vector<std::string> opened;
+    ops.before = [&](unsigned, const char* name, const std::string& p) {
+      if (std::string(name) == "open" && p.rfind(tmp, 0) == 0) opened.push_back(p);
+      return !nameless && std::string(name) == "open" && p == tmp ? EOPNOTSUPP : 0;
+    };
+    ScopedFileOps use(&ops);
+    PackageReader reader;
+    ASSERT_TRUE(load_package(reader, path).ok());
+    EXPECT_TRUE(tmpEmpty());
+    EXPECT_EQ(read_file(working_file_path(reader)), working);
+    ASSERT_EQ(opened.size(), nameless ? 1u : 2u);
+    if (!nameless) {
+      EXPECT_EQ(opened[1].substr(tmp.size(), 3), "kpt");
+    }
+  }
 }
 
 // Fixed bad packages, cuts at many lengths and seeded byte flips, in the
