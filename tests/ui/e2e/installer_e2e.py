@@ -257,6 +257,18 @@ class InstallerE2E(unittest.TestCase):
         self.assertEqual(sorted(os.listdir(target)), ["mine.txt", "trade"])
         self.assertEqual(os.listdir(self.tmp), [])
 
+        # A package that cannot be read: the system's reason is given (root
+        # runs this without its power to read any file).
+        package = os.path.join(self.kit, "plom8.tpk")
+        os.chmod(package, 0)
+        as_user = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
+        r = subprocess.run([*as_user, BIN, "usecwd", "-S"], cwd=self.kit, env=self.env(DISPLAY=""),
+                           capture_output=True, text=True, timeout=30)
+        os.chmod(package, 0o644)
+        self.assertEqual(r.returncode, 1)
+        self.assertEqual(r.stderr.splitlines(), [TEXTS["en"]["IDS_ERROR_DAMAGEDSOURCE"],
+                                                 f"cannot unpack {package}: {os.strerror(13)}"])
+
         # A disk that fills up while the package is unpacked is told as such.
         if os.geteuid() != 0 or shutil.which("mount") is None:
             return
@@ -268,7 +280,7 @@ class InstallerE2E(unittest.TestCase):
         r = self.run_headless("-S")
         self.assertEqual(r.returncode, 1)
         described, cause = r.stderr.splitlines()
-        self.assertEqual(described, TEXTS["en"]["IDS_ERROR_DAMAGEDSOURCE"])
+        self.assertEqual(described, TEXTS["en"]["IDS_ERROR_NOSPACE"])
         self.assertIn(os.strerror(28), cause)  # ENOSPC
         self.assertIn(self.tmp, cause)
         self.assertEqual(os.listdir(self.tmp), [])
