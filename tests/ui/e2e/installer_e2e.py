@@ -70,10 +70,16 @@ class InstallerE2E(unittest.TestCase):
     def starter(self, *dirs):
         write(self.cfg, "".join(f"ConfigurationTemplatesLocation={d}\n" for d in dirs))
 
+    points = 10  # the desktop font's size
+
     def env(self, **extra):  # DISPLAY="" runs headless
-        return dict(os.environ, HOME=self.home, TMPDIR=self.tmp, LANG="C.UTF-8", LC_ALL="C.UTF-8",
-                    PATH=os.path.join(self.root, "bin") + ":" + os.environ["PATH"],
-                    **extra)
+        # The desktop font at the common 96 dots per inch (Xvfb reports about 100).
+        rc = os.path.join(self.root, "gtkrc")
+        write(rc, f'gtk-xft-dpi = 98304\ngtk-font-name = "Sans {self.points}"\n')
+        env = dict(os.environ, HOME=self.home, TMPDIR=self.tmp, LANG="C.UTF-8", LC_ALL="C.UTF-8",
+                   PATH=os.path.join(self.root, "bin") + ":" + os.environ["PATH"], GTK2_RC_FILES=rc)
+        env.update(extra)
+        return env
 
     def start(self, *args, **extra):
         self.log = os.path.join(self.root, "trace.log")
