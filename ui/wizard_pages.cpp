@@ -15,6 +15,7 @@ constexpr int kMainAreaY = 10;
 constexpr int kMainAreaWidth = 330;
 constexpr int kMainAreaHeight = 250;
 constexpr int kCheckBoxY = 170;
+constexpr int kIndicatorSize = 13;  // the toolkit's own size of a check box's box
 
 constexpr const char* kScaleKey = "tpl-layout-scale-permille";
 
@@ -105,7 +106,16 @@ void MessagePage::setMessage(const std::u16string& text) {
 SuccessFinalPage::SuccessFinalPage(GtkWidget* fixed, GdkPixbuf* sideImage,
                                    const std::u16string& text)
     : MessagePage(fixed, sideImage, text) {
+  // The box to tick grows with the font too (its size is a style property).
+  const int indicator = scaled(fixed, kIndicatorSize);
+  if (indicator != kIndicatorSize) {
+    const std::string rc = "style \"tpl-check\" { GtkCheckButton::indicator-size = " +
+                           std::to_string(indicator) +
+                           " }\nwidget \"*.tpl-check\" style \"tpl-check\"\n";
+    gtk_rc_parse_string(rc.c_str());
+  }
   m_checkBox = addWidget(gtk_check_button_new_with_label(text_of("IDS_SUCCESS_OPENDESCR").c_str()));
+  gtk_widget_set_name(m_checkBox, "tpl-check");
   gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(m_checkBox), TRUE);
   // The wrapped message's height, as the label will draw it.
   gtk_widget_ensure_style(m_label);

@@ -208,6 +208,13 @@ TEST_F(Flow, DirectoryWithALatin1NameIsShownReadablyAndUsedByteForByte) {
   EXPECT_EQ(read_file(latin1 + "/trade/retail/template.xml"), "<template id=\"retail\"/>\n");
   EXPECT_FALSE(testsupport::exists(m_root / "caf")) << "nothing went to the cut name";
   EXPECT_EQ(read_file(m_cfg), "ConfigurationTemplatesLocation=" + latin1 + "\n");
+  // The success page names the folder readably. Its close button closes it
+  // at once, the worker's finishing pause going on.
+  EXPECT_EQ(label(dialog.successPage()->label()), text("IDS_SUCCESS_FINISH") + "\n\n" + shown);
+  uitest::Post(dialog.widgets().window, GDK_DELETE);
+  uitest::Pump();
+  EXPECT_TRUE(dialog.workerRunning());
+  EXPECT_FALSE(gtk_widget_get_visible(dialog.widgets().window));
 }
 
 TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
