@@ -25,7 +25,7 @@ GtkWindow* transient_parent(GtkWidget* window) {
 int run_real_box(GtkWindow* parent, GtkMessageType type, GtkButtonsType buttons,
                  const std::string& title, const std::string& text) {
   // Transient for the wizard: the window manager keeps the box above it and
-  // gives it the focus, and a screen reader announces it as the wizard's alert.
+  // gives it the focus.
   GtkWidget* box =
       gtk_message_dialog_new(parent, GTK_DIALOG_MODAL, type, buttons, "%s", text.c_str());
   if (!title.empty()) gtk_window_set_title(GTK_WINDOW(box), title.c_str());

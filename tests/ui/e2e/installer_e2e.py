@@ -112,30 +112,6 @@ class InstallerE2E(unittest.TestCase):
         self.addCleanup(proc.kill)
         return proc
 
-    def test_keyboard_cancel(self):
-        self.package("en:Demo Templates:Demo Vendor:/docs/about it.html", files=40)
-        write(os.path.join(self.dest, "mine.txt"), "mine\n")
-        self.starter(self.dest)
-        self.start(E2E_STATE_DELAY_MS="100")
-        self.key("Return")
-        self.wait_trace("page=directory")
-        self.key("Return")  # the entry presses Next; the starter's directory is proposed
-        wait_until(lambda: len(os.listdir(self.dest)) > 1, "the first installed file")
-        # Escape asks; Return answers No (the default) and the run goes on.
-        self.key("Escape")
-        box = self.wait_box()
-        self.key("Return")
-        wait_until(lambda: box not in self.windows(), "the box to close")
-        xdotool("mousemove", "--window", self.main, 450, 335, "click", 1)  # Cancel
-        self.wait_box()
-        self.key("alt+y")
-        self.wait_trace("page=cancelled")
-        self.assertEqual(read(self.log).count("box=" + TEXTS["en"]["IDS_ACCEPT_CANCEL"]), 2)
-        self.assertEqual(os.listdir(self.dest), ["mine.txt"])
-        self.key("Return")  # Finish
-        self.assertEqual(self.proc.wait(20), 0)
-        self.assertEqual(os.listdir(self.tmp), [], "no working file or backup is left")
-
     def test_silent_mode(self):
         self.package("ru:Демо:Поставщик:/docs/about it.html", files=30)
         # With a display: the window shows the run and closes by itself.

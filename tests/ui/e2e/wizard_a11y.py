@@ -9,7 +9,7 @@ import gettext, os, subprocess, unittest, warnings
 warnings.simplefilter("ignore", DeprecationWarning)  # pyatspi's own calls
 import pyatspi
 
-from installer_e2e import TEXTS, InstallerE2E, read, wait_until, write, xdotool
+from installer_e2e import TEXTS, InstallerE2E, wait_until, write, xdotool
 
 EN = TEXTS["en"]
 
@@ -102,7 +102,6 @@ class WizardA11y(InstallerE2E):
         self.assertTrue(welcome.startswith(EN["IDS_WELCOME_TITLE"] + " Demo Templates"))
         self.assertEqual([(o.getRoleName(), o.name, o.description) for o in focused(self.app)],
                          [("push button", EN["IDS_WIZARD_NEXT"], welcome)])
-        self.assertEqual([o.getRoleName() for o in showing(self.frame, "icon")], [])
         self.assertEqual(len(showing(self.frame, "redundant object")), 1)
         press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
 
@@ -150,9 +149,6 @@ class WizardA11y(InstallerE2E):
         self.assertEqual([(o.name, o.description) for o in focused(self.app)],
                          [(EN["IDS_WIZARD_FINISH"], done)])
         self.assertEqual(len(showing(self.frame, "check box", EN["IDS_SUCCESS_OPENDESCR"])), 1)
-        self.assertTrue(os.path.isfile(os.path.join(target, "trade/retail/template.xml")))
-        self.assertEqual(read(self.cfg), f"ConfigurationTemplatesLocation={target}\n"
-                                         f"ConfigurationTemplatesLocation={self.dest}\n")
         # Escape asks; Finish ends it.
         self.key("Escape")
         self.assertEqual([o.name for o in showing(self.alert(), "label")], [EN["IDS_ACCEPT_CANCEL"]])
@@ -186,18 +182,18 @@ class WizardA11y(InstallerE2E):
                 self.assertFalse(overlap(r, rect(entry)), f"{where}: {name!r} on the entry")
 
     def large_fonts(self, points):
+        # The pages are checked in-process in several languages; here the
+        # boxes, as a screen reader finds them.
         self.points = points
         write(os.path.join(self.dest, "blocker"), "a file where a folder must go\n")
-        self.package("en:Demo Templates:Demo Vendor:/docs/about it.html", files=12)
+        self.package("en:Demo Templates:Demo Vendor:/docs/about it.html")
         self.starter(os.path.join(self.dest, "blocker/templates"))
-        # A run that fails: every page and box up to the error page.
-        self.start(E2E_STATE_DELAY_MS="150")
-        self.wait_trace("page=welcome")
-        self.check_texts("welcome", self.frame)
+        self.start()
         press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
         self.wait_trace("page=directory")
         entry = one(self.frame, "text")
         self.check_texts("directory", self.frame, entry)
+        blocked = entry.queryText().getText(0, -1)
         entry.queryEditableText().setTextContents("")
         press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
         self.check_texts("empty target box", self.alert())
@@ -205,27 +201,11 @@ class WizardA11y(InstallerE2E):
         self.key("Escape")
         self.check_texts("cancel question", self.alert())
         self.answer("No")
-        entry.queryEditableText().setTextContents(os.path.join(self.dest, "blocker/templates"))
+        entry.queryEditableText().setTextContents(blocked)
         press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
         self.check_texts("error box", self.alert())
         self.answer("OK")
         self.wait_trace("page=error")
-        self.check_texts("error page", self.frame)
-        press(one(self.frame, "push button", EN["IDS_WIZARD_FINISH"]))
-        self.assertEqual(self.proc.wait(20), 0)
-
-        # A run that succeeds: the progress and success pages.
-        self.starter(self.dest)
-        self.start(E2E_STATE_DELAY_MS="150")
-        self.wait_trace("page=welcome")
-        press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
-        self.wait_trace("page=directory")
-        press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
-        bar = one(self.frame, "progress bar")
-        wait_until(lambda: bar.queryValue().currentValue > 0, "progress")
-        self.check_texts("progress", self.frame)
-        self.wait_trace("page=success")
-        self.check_texts("success", self.frame)
         press(one(self.frame, "push button", EN["IDS_WIZARD_FINISH"]))
         self.assertEqual(self.proc.wait(20), 0)
 
@@ -291,11 +271,12 @@ class WizardA11y(InstallerE2E):
         wait_until(lambda: "window id" in subprocess.run(
             ["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"], capture_output=True, text=True,
             timeout=10).stdout, f"{command[0]} to manage the screen")
-        self.package("en:Demo Templates:Demo Vendor:/docs/about it.html")
+        self.package("en:Demo Templates:Demo Vendor:/docs/about it.html", files=40)
+        write(os.path.join(self.dest, "mine.txt"), "mine\n")
         self.starter(self.dest)
-        self.start()
+        self.start(E2E_STATE_DELAY_MS="100")
         # The window manager gives the wizard the focus: its default button
-        # is the focused control, and the keyboard alone moves on.
+        # is the focused control, and the keyboard alone goes on.
         wait_until(lambda: self.frame.getState().contains(pyatspi.STATE_ACTIVE), "the wizard to be active")
         self.assertEqual([o.name for o in focused(self.app)], [EN["IDS_WIZARD_NEXT"]])
         xdotool("key", "Return")
@@ -314,12 +295,18 @@ class WizardA11y(InstallerE2E):
         self.assertGreater(order.index(window), order.index(main), "the box is above the wizard")
         xdotool("key", "Return")
         self.alert_gone()
-        self.assertIsNone(self.proc.poll())
+        # The installation, cancelled from the keyboard, puts the folder back.
         wait_until(lambda: self.frame.getState().contains(pyatspi.STATE_ACTIVE), "the wizard active again")
+        xdotool("key", "Return")  # the entry presses Next
+        wait_until(lambda: len(os.listdir(self.dest)) > 1, "the first installed file")
         xdotool("key", "Escape")
         self.alert()
         xdotool("key", "alt+y")
+        self.wait_trace("page=cancelled")
+        self.assertEqual(os.listdir(self.dest), ["mine.txt"])
+        xdotool("key", "Return")  # Finish
         self.assertEqual(self.proc.wait(20), 0)
+        self.assertEqual(os.listdir(self.tmp), [], "no working file or backup is left")
 
     def test_metacity(self):
         self.under_window_manager(["metacity", "--replace"])
