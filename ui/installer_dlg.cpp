@@ -200,8 +200,7 @@ void CInstallerDlg::initMainWindow() {
   set_layout_scale(m_fixed, scale);
   gtk_container_add(GTK_CONTAINER(m_window), m_fixed);
   g_signal_connect(m_window, "destroy", G_CALLBACK(on_main_window_destroy), this);
-  g_signal_connect(m_window, "key_press_event", G_CALLBACK(gtk_window_key_press_callback),
-                   this);
+  g_signal_connect(m_window, "key_press_event", G_CALLBACK(gtk_window_key_press_callback), this);
   g_signal_connect(m_window, "delete_event", G_CALLBACK(gtk_window_delete_callback), this);
 }
 

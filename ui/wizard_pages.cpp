@@ -109,9 +109,9 @@ SuccessFinalPage::SuccessFinalPage(GtkWidget* fixed, GdkPixbuf* sideImage,
   // The box to tick grows with the font too (its size is a style property).
   const int indicator = scaled(fixed, kIndicatorSize);
   if (indicator != kIndicatorSize) {
-    const std::string rc = "style \"tpl-check\" { GtkCheckButton::indicator-size = " +
-                           std::to_string(indicator) +
-                           " }\nwidget \"*.tpl-check\" style \"tpl-check\"\n";
+    const std::string rc =
+        "style \"tpl-check\" { GtkCheckButton::indicator-size = " + std::to_string(indicator) +
+        " }\nwidget \"*.tpl-check\" style \"tpl-check\"\n";
     gtk_rc_parse_string(rc.c_str());
   }
   m_checkBox = addWidget(gtk_check_button_new_with_label(text_of("IDS_SUCCESS_OPENDESCR").c_str()));

@@ -16,8 +16,7 @@ void set_layout_scale(GtkWidget* fixed, double scale);
 int scaled(GtkWidget* fixed, int pixels);
 // Puts `widget` into `fixed` at the scaled (x, y); gives it the scaled size
 // when `width` and `height` are not -1.
-void put_scaled(GtkWidget* fixed, GtkWidget* widget, int x, int y, int width = -1,
-                int height = -1);
+void put_scaled(GtkWidget* fixed, GtkWidget* widget, int x, int y, int width = -1, int height = -1);
 
 // The main-area label: at (170, 10), 330 by 250, wrapping (inside a word
 // only when the word alone is wider than a line, as a long path is), text at

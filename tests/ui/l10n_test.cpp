@@ -14,7 +14,8 @@ struct Look {
 };
 
 std::string name_of(const Look& look) {
-  return std::string(look.language) + (look.points == 10 ? "" : "_" + std::to_string(look.points) + "pt");
+  return std::string(look.language) +
+         (look.points == 10 ? "" : "_" + std::to_string(look.points) + "pt");
 }
 
 // Adds the labels on screen below `widget` to the vector `labels`.
@@ -103,14 +104,15 @@ class EveryLanguage : public uitest::WizardTest, public ::testing::WithParamInte
     if (GetParam().points != 10) return;
     const auto w = m_dialog->widgets();
     places.push_back({w.window, 0, 0, 500, 360});
-    for (GtkWidget* button : {w.back, w.next, w.cancel})
-      if (gtk_widget_get_visible(button))
-        places.push_back({button, button == w.back ? 230 : button == w.next ? 310 : 410, 320, 80, 30});
+    const std::pair<GtkWidget*, int> buttons[] = {{w.back, 230}, {w.next, 310}, {w.cancel, 410}};
+    for (const auto& [button, x] : buttons)
+      if (gtk_widget_get_visible(button)) places.push_back({button, x, 320, 80, 30});
     for (const Place& p : places) {
       GdkRectangle a = allocation(p.widget);
       if (p.widget == w.window) a.x = a.y = 0;
-      EXPECT_EQ((std::vector<int>{a.x, a.y, p.width < 0 ? -1 : a.width, p.height < 0 ? -1 : a.height}),
-                (std::vector<int>{p.x, p.y, p.width, p.height}))
+      EXPECT_EQ(
+          (std::vector<int>{a.x, a.y, p.width < 0 ? -1 : a.width, p.height < 0 ? -1 : a.height}),
+          (std::vector<int>{p.x, p.y, p.width, p.height}))
           << page << ": " << G_OBJECT_TYPE_NAME(p.widget);
     }
   }
@@ -127,7 +129,8 @@ TEST_P(EveryLanguage, EveryPageFitsAndEveryGlyphExists) {
   CInstallerDlg& dialog = start(widen_lib(GetParam().language));
   check("1-welcome");
   MessagePage& welcome = *dialog.welcomePage();
-  expectPlaces("welcome", {{welcome.widgets()[0], 0, 0, 158, 286}, {welcome.label(), 170, 10, 330, 250}});
+  expectPlaces("welcome",
+               {{welcome.widgets()[0], 0, 0, 158, 286}, {welcome.label(), 170, 10, 330, 250}});
   CLICK(dialog.widgets().next);
   DirSelectPage& directory = *dialog.dirSelectPage();
   // What a user would see: a directory below the home folder.
@@ -145,7 +148,8 @@ TEST_P(EveryLanguage, EveryPageFitsAndEveryGlyphExists) {
     const double f = gtk_progress_bar_get_fraction(GTK_PROGRESS_BAR(progress.bar()));
     if (f <= 0 || f >= 1) return true;
     check("3-progress");
-    expectPlaces("progress", {{progress.bar(), 10, 150, 480, 20}, {progress.statusLabel(), 10, 130, -1, -1}});
+    expectPlaces("progress",
+                 {{progress.bar(), 10, 150, 480, 20}, {progress.statusLabel(), 10, 130, -1, -1}});
     running = true;
     return false;
   });

@@ -269,10 +269,10 @@ TEST_F(Flow, FailedRunShowsTheErrorThenTheErrorPage) {
   m_answers = {GTK_RESPONSE_OK};
   CLICK(dialog.widgets().next);
   // The described text, then where and why.
-  EXPECT_EQ(m_boxes, std::vector<std::string>{box(
-                         GTK_MESSAGE_ERROR, text("IDS_INSTALL_ERROR") + "\ncannot move aside " +
-                                                m_dest + "/trade/retail/settings.ini: " +
-                                                g_strerror(EISDIR))});
+  EXPECT_EQ(m_boxes,
+            std::vector<std::string>{
+                box(GTK_MESSAGE_ERROR, text("IDS_INSTALL_ERROR") + "\ncannot move aside " + m_dest +
+                                           "/trade/retail/settings.ini: " + g_strerror(EISDIR))});
   EXPECT_EQ(finalText(), text("IDS_ERROR_FINISH"));
   EXPECT_TRUE(snapshot(m_dest) == before);
   EXPECT_EQ(read_file(m_cfg), "ConfigurationTemplatesLocation=/old\n");
@@ -291,9 +291,9 @@ TEST_F(Flow, StarterWriteFailureIsShownAndTheWizardGoesOn) {
   m_answers = {GTK_RESPONSE_OK};
   CLICK(dialog.widgets().next);
   EXPECT_EQ(dialog.step(), CInstallerDlg::kStepSuccess);
-  EXPECT_EQ(m_boxes, std::vector<std::string>{box(
-                         GTK_MESSAGE_ERROR, text("IDS_INSTALL_ERROR") + "\ncannot write " +
-                                                m_cfg + ": " + g_strerror(EISDIR))});
+  EXPECT_EQ(m_boxes, std::vector<std::string>{
+                         box(GTK_MESSAGE_ERROR, text("IDS_INSTALL_ERROR") + "\ncannot write " +
+                                                    m_cfg + ": " + g_strerror(EISDIR))});
   EXPECT_TRUE(testsupport::exists(m_dest + "/trade/retail/template.xml"));
   // Finish with the check box cleared opens nothing.
   gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(dialog.successPage()->checkBox()), FALSE);
@@ -315,8 +315,8 @@ TEST_F(Flow, SilentRunRefusesAMissingOrDamagedPackageAndAnEmptyTarget) {
     EXPECT_TRUE(snapshot(m_kit) == kitBefore) << key << ": nothing written in the kit";
   };
   const std::string package = m_kit + "/plom8.tpk";
-  refused("IDS_ERROR_NOSOURCE",
-          "\ncannot find the package " + package + ": " + g_strerror(ENOENT), "(no final page)");
+  refused("IDS_ERROR_NOSOURCE", "\ncannot find the package " + package + ": " + g_strerror(ENOENT),
+          "(no final page)");
   testsupport::write_file(package, std::string(10, '\0'));
   refused("IDS_ERROR_DAMAGEDSOURCE",
           "\ncannot unpack " + package + ": not a valid compressed stream", "(no final page)");
