@@ -259,9 +259,9 @@ void CInstallerDlg::setFinishButtons() {
 }
 
 void CInstallerDlg::focusPage(GtkWidget* control, GtkWidget* text) {
-  if (m_described && m_described != control)
-    atk_object_set_description(gtk_widget_get_accessible(m_described), "");
-  m_described = control;
+  if (m_pageControl && m_pageControl != control)
+    atk_object_set_description(gtk_widget_get_accessible(m_pageControl), "");
+  m_pageControl = control;
   atk_object_set_description(gtk_widget_get_accessible(control),
                              gtk_label_get_text(GTK_LABEL(text)));
   gtk_widget_grab_focus(control);
@@ -528,7 +528,7 @@ void CInstallerDlg::reportStarterNotWritten(const InstallOutcome& outcome) {
 void CInstallerDlg::showSuccessFinalPage() {
   m_step = kStepSuccess;
   if (!m_successPage) {
-    // The described text, and below it where the templates went.
+    // The page's text, and below it where the templates went.
     m_successPage = std::make_unique<SuccessFinalPage>(
         m_fixed, m_sideImage, LoadResString("IDS_SUCCESS_FINISH") + u"\n\n" + m_targetDir);
   }

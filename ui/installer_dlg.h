@@ -185,7 +185,7 @@ class CInstallerDlg : public CWnd {
   bool m_confirmCancel = true;
   GtkWidget* m_fixed = nullptr;
   GdkPixbuf* m_icon = nullptr;
-  GtkWidget* m_described = nullptr;  // the control that reads out the page's text
+  GtkWidget* m_pageControl = nullptr;  // the control that reads out the page's text
 
   bool m_useCwd;
   int m_argc;

@@ -9,8 +9,8 @@
 #include <vector>
 
 // The layout grows with the desktop font: every position and size on the
-// page area is the described one times the area's scale, which is 1 at the
-// default font (a scale below 1 is taken as 1).
+// page area is the one of the 500 by 360 layout times the area's scale,
+// which is 1 at the default font (a scale below 1 is taken as 1).
 void set_layout_scale(GtkWidget* fixed, double scale);
 // `pixels` times the scale of the page area `fixed`, rounded.
 int scaled(GtkWidget* fixed, int pixels);

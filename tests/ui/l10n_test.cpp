@@ -94,8 +94,8 @@ class EveryLanguage : public uitest::WizardTest, public ::testing::WithParamInte
     if (pb) g_object_unref(pb);
   }
 
-  // At the default font: each widget at its described place, with its
-  // described size (-1: natural size).
+  // At the default font: each widget at its place in the 500 by 360
+  // layout, with its size there (-1: natural size).
   struct Place {
     GtkWidget* widget;
     int x, y, width, height;

@@ -268,7 +268,7 @@ TEST_F(Flow, FailedRunShowsTheErrorThenTheErrorPage) {
   toDirectoryPage(m_dest);
   m_answers = {GTK_RESPONSE_OK};
   CLICK(dialog.widgets().next);
-  // The described text, then where and why.
+  // The interface text, then where and why.
   EXPECT_EQ(m_boxes,
             std::vector<std::string>{
                 box(GTK_MESSAGE_ERROR, text("IDS_INSTALL_ERROR") + "\ncannot move aside " + m_dest +
@@ -303,7 +303,7 @@ TEST_F(Flow, StarterWriteFailureIsShownAndTheWizardGoesOn) {
 }
 
 TEST_F(Flow, SilentRunRefusesAMissingOrDamagedPackageAndAnEmptyTarget) {
-  // The box: the described text, and below it what failed where, and why.
+  // The box: the interface text, and below it what failed where, and why.
   const auto refused = [&](const char* key, const std::string& cause,
                            const std::string& finalPage) {
     const testsupport::Snapshot kitBefore = snapshot(m_kit);

@@ -118,7 +118,7 @@ class WizardA11y(InstallerE2E):
         self.assertEqual(labelled_by, [caption])
         self.assertEqual(len(showing(self.frame, "push button", EN["IDS_CHOOSEDIR_TITLE"])), 1)
 
-        # A relative path: an alert with the described text, its button focused.
+        # A relative path: an alert with the interface text, its button focused.
         entry.queryEditableText().setTextContents("mytemplates")
         press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
         box = self.alert()
