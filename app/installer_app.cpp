@@ -14,6 +14,7 @@
 #include "install/startup.h"
 #include "package/package_location.h"
 #include "texts/resources.h"
+#include "ui/failure_text.h"
 #include "ui/installer_dlg.h"
 
 namespace {
@@ -102,7 +103,7 @@ int run_headless_install(const LaunchOptions& options) {
                            narrow_lib(backup));
   if (start.status.code == ERROR_CANCELLED || interrupted()) return kExitCancelled;
   if (!start.status.ok()) {
-    report(LoadResString(startup_failure_key(start.status)));
+    report(LoadResString(start_failure_key(start.status)));
     report_cause(start.status);
     return kExitFailed;
   }
@@ -167,6 +168,10 @@ int CInstallerApp::InitInstance() {
   m_langId = options.langId;
   set_resource_lang(options.langId);
   m_title = LoadResString("IDR_MAINFRAME");
+  // The toolkit's own texts (Yes and No, the folder chooser) and the
+  // system's reasons follow the interface language where translations
+  // exist; the toolkit reads the choice from here.
+  g_setenv("LANGUAGE", narrow_lib(options.languageCode).c_str(), TRUE);
 
   if (!gtk_init_check(&m_argc, &m_argv)) {
     if (options.silent) return run_headless_install(options);

@@ -104,9 +104,14 @@ bool InstallSession::cancelRequested() { return m_data.isCancelled(); }
 
 const InstallOutcome& InstallSession::finish() {
   if (m_finished) return m_outcome;
-  m_thread.join();
+  // A complete installation is final once published: only the worker's
+  // finishing pause is left, which nothing below depends on.
+  RunProgress p = progress();
+  if (classify_run(p.state, p.percent) != OutcomeKind::kInstalled) {
+    m_thread.join();
+    p = progress();
+  }
   m_finished = true;
-  const RunProgress p = progress();
   m_outcome.kind = classify_run(p.state, p.percent);
   switch (m_outcome.kind) {
     case OutcomeKind::kInstalled:

@@ -84,9 +84,11 @@ class InstallSession {
   void cancel();
   bool cancelRequested();
 
-  // Once returned(): joins the worker, records the target in the starter
+  // Once returned(), or once a complete installation has been published
+  // (its finishing pause may still run): records the target in the starter
   // configuration after a complete installation, and returns the outcome.
-  // Later calls return the same outcome.
+  // Joins the worker unless the installation was complete. Later calls
+  // return the same outcome.
   const InstallOutcome& finish();
   const InstallOutcome& outcome() const { return m_outcome; }
 

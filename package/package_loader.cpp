@@ -64,12 +64,16 @@ Status load_working_file(PackageReader& reader, const std::u16string& packagePat
   unpack.chunkSize = options.chunkSize;
   unpack.stop = options.stop;
   unpack.writeError = &writeError;
+  errno = 0;
   if (unsigned code = LZCompressor::unpack(packagePath, reader.handle, unpack)) {
+    // Any other failure is the package's own open or mapping, the last
+    // system call made: its errno is the system's reason.
+    const int packageError = errno;
     if (code == ERROR_CANTWRITE) return failure(code, Step::kUnpack, reader.workingDir, writeError);
     if (code == ERROR_INVALID_DATA)
       return failure(code, Step::kUnpack, packagePath, 0, "not a valid compressed stream");
     if (code == ERROR_CANCELLED) return failure(code, Step::kUnpack, packagePath, 0, "interrupted");
-    return failure(code, Step::kUnpack, packagePath, FileSystem::GetLastError() == 2 ? ENOENT : 0);
+    return failure(code, Step::kUnpack, packagePath, packageError);
   }
 
   uint64_t total = seek_to(reader.handle, 0, FILE_END);

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # Regenerates docs/screenshots/<code>-<n>-<page>.png: the six wizard pages
 # (welcome, directory, progress, success, error, cancelled) in all twelve
-# interface languages. They are taken in-process by the language test of the
-# wizard, on a private X server, and stored as small palette PNGs.
+# interface languages at the default desktop font (10 points), and as
+# <code>-<size>pt-<n>-<page>.png in English at 15 and 20 points (and a few
+# other languages at one of them). They are taken in-process by the language
+# test of the wizard, on a private X server at 96 dots per inch, and stored
+# as small palette PNGs.
 #
 #   tools/screenshots.sh [BUILD_DIR]      (default: build)
 set -euo pipefail

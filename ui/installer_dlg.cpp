@@ -2,6 +2,8 @@
 
 #include <gdk/gdkkeysyms.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -12,6 +14,7 @@
 #include "install/startup.h"
 #include "package/package_location.h"
 #include "texts/resources.h"
+#include "ui/failure_text.h"
 #include "ui/images.h"
 #include "ui/message_box.h"
 #include "ui/wizard_events.h"
@@ -28,6 +31,8 @@ constexpr int kButtonHeight = 30;
 // border, focus frame, inner border and (for a default button) default
 // border leave of its fixed width.
 int button_label_room(GtkWidget* button) {
+  int width = kButtonWidth;
+  gtk_widget_get_size_request(button, &width, nullptr);
   gtk_widget_ensure_style(button);
   gint focusWidth = 0, focusPad = 0;
   GtkBorder* inner = nullptr;
@@ -36,7 +41,7 @@ int button_label_room(GtkWidget* button) {
                        "inner-border", &inner, "default-border", &defaultBorder, nullptr);
   int frame = static_cast<int>(gtk_container_get_border_width(GTK_CONTAINER(button))) +
               gtk_widget_get_style(button)->xthickness + focusWidth + focusPad;
-  int room = kButtonWidth - 2 * frame - (inner ? inner->left + inner->right : 2);
+  int room = width - 2 * frame - (inner ? inner->left + inner->right : 2);
   if (gtk_widget_get_can_default(button))
     room -= defaultBorder ? defaultBorder->left + defaultBorder->right : 2;
   if (inner) gtk_border_free(inner);
@@ -44,13 +49,12 @@ int button_label_room(GtkWidget* button) {
   return room;
 }
 
-// Sets a navigation button's label. The buttons keep their fixed size in
-// every language, so a text wider than the room inside is drawn in a
-// proportionally smaller font rather than cut off.
-void set_button_text(GtkWidget* button, const std::string& text) {
-  gtk_button_set_label(GTK_BUTTON(button), text.c_str());
-  GtkWidget* label = gtk_bin_get_child(GTK_BIN(button));
-  if (!GTK_IS_LABEL(label)) return;
+// Fits a navigation button's label into the button: the buttons keep their
+// fixed size in every language, so a text wider than the room inside is
+// drawn in a proportionally smaller font rather than cut off.
+void fit_button_label(GtkWidget* label) {
+  GtkWidget* button = gtk_widget_get_parent(label);
+  if (!GTK_IS_BUTTON(button)) return;
   gtk_label_set_attributes(GTK_LABEL(label), nullptr);
   const int room = button_label_room(button);
   double scale = 1.0;
@@ -66,12 +70,35 @@ void set_button_text(GtkWidget* button, const std::string& text) {
   }
 }
 
+void on_button_label_style_set(GtkWidget* label, GtkStyle*, gpointer) { fit_button_label(label); }
+
+// Sets a navigation button's label, fitted now and whenever the desktop's
+// font or theme changes.
+void set_button_text(GtkWidget* button, const std::string& text) {
+  gtk_button_set_label(GTK_BUTTON(button), text.c_str());
+  GtkWidget* label = gtk_bin_get_child(GTK_BIN(button));
+  if (!GTK_IS_LABEL(label)) return;
+  fit_button_label(label);
+  g_signal_connect(label, "style-set", G_CALLBACK(on_button_label_style_set), nullptr);
+}
+
 GtkWidget* new_navigation_button(GtkWidget* fixed, int x, int y, bool canDefault) {
   GtkWidget* button = gtk_button_new_with_label("");
-  gtk_widget_set_size_request(button, kButtonWidth, kButtonHeight);
   gtk_widget_set_can_default(button, canDefault);
-  gtk_fixed_put(GTK_FIXED(fixed), button, x, y);
+  put_scaled(fixed, button, x, y, kButtonWidth, kButtonHeight);
   return button;
+}
+
+// How much larger than the default font (10 points at 96 dots per inch) the
+// desktop font is drawn on `window`'s screen.
+double desktop_font_scale(GtkWidget* window) {
+  gtk_widget_ensure_style(window);
+  const PangoFontDescription* font = gtk_widget_get_style(window)->font_desc;
+  double dpi = gdk_screen_get_resolution(gtk_widget_get_screen(window));
+  if (dpi <= 0) dpi = 96;
+  double points = static_cast<double>(pango_font_description_get_size(font)) / PANGO_SCALE;
+  if (pango_font_description_get_size_is_absolute(font)) points = points * 72 / dpi;
+  return points * dpi / 96 / 10;
 }
 
 }  // namespace
@@ -98,7 +125,7 @@ CInstallerDlg::~CInstallerDlg() {
   // The worker only touches the package reader and the session's state:
   // let it finish before anything goes away.
   m_session.waitReturned();
-  if (m_mainWindow) gtk_widget_destroy(m_mainWindow);
+  if (m_window) gtk_widget_destroy(m_window);
   if (m_sideImage) g_object_unref(m_sideImage);
   if (m_icon) g_object_unref(m_icon);
 }
@@ -116,7 +143,8 @@ bool CInstallerDlg::OnInitDialog() {
   // An interrupt during the load ends the program without a word.
   if (report.status.code == ERROR_CANCELLED || interrupted()) return false;
   if (!report.status.ok()) {
-    messageBox(this, LoadResString(startup_failure_key(report.status)), kMessageBoxError);
+    messageBox(this, with_cause(LoadResString(start_failure_key(report.status)), report.status),
+               kMessageBoxError);
     return false;
   }
   m_targetDir = m_starter.proposal;
@@ -133,7 +161,9 @@ void CInstallerDlg::DoModal() {
   } else if (!m_closeRequested) {
     gtk_main();
   }
-  m_session.waitReturned();
+  // After a complete installation the worker may still be in its finishing
+  // pause: the window (if it is still there) keeps answering until it ends.
+  while (!m_session.returned()) gtk_main_iteration();
 }
 
 // ---------------------------------------------------------------- the frame
@@ -147,35 +177,40 @@ GdkPixbuf* CInstallerDlg::createBackImage() const {
 }
 
 void CInstallerDlg::initMainWindow() {
-  GtkWindow* window = GTK_WINDOW(m_mainWindow);
+  GtkWindow* window = GTK_WINDOW(m_window);
   gtk_window_set_position(window, GTK_WIN_POS_CENTER);
+  // The window and everything in it grow with the desktop font.
+  const double scale = std::max(1.0, desktop_font_scale(m_window));
   GdkGeometry geometry{};
-  geometry.min_width = geometry.max_width = geometry.base_width = m_width;
-  geometry.min_height = geometry.max_height = geometry.base_height = m_height;
+  geometry.min_width = geometry.max_width = geometry.base_width =
+      static_cast<int>(std::lround(m_width * scale));
+  geometry.min_height = geometry.max_height = geometry.base_height =
+      static_cast<int>(std::lround(m_height * scale));
   geometry.win_gravity = GDK_GRAVITY_NORTH_WEST;
   gtk_window_set_geometry_hints(
       window, nullptr, &geometry,
       static_cast<GdkWindowHints>(GDK_HINT_MIN_SIZE | GDK_HINT_MAX_SIZE | GDK_HINT_BASE_SIZE));
   gtk_window_set_modal(window, TRUE);
-  gtk_window_set_type_hint(window, GDK_WINDOW_TYPE_HINT_MENU);
+  // A dialog: every window manager gives it the keyboard focus, a taskbar
+  // entry and a place in the window switcher.
+  gtk_window_set_type_hint(window, GDK_WINDOW_TYPE_HINT_DIALOG);
   m_icon = createIcon();
   gtk_window_set_icon(window, m_icon);
   m_fixed = gtk_fixed_new();
-  gtk_container_add(GTK_CONTAINER(m_mainWindow), m_fixed);
-  g_signal_connect(m_mainWindow, "destroy", G_CALLBACK(on_main_window_destroy), this);
-  g_signal_connect(m_mainWindow, "key_press_event", G_CALLBACK(gtk_window_key_press_callback),
-                   this);
-  g_signal_connect(m_mainWindow, "delete_event", G_CALLBACK(gtk_window_delete_callback), this);
+  set_layout_scale(m_fixed, scale);
+  gtk_container_add(GTK_CONTAINER(m_window), m_fixed);
+  g_signal_connect(m_window, "destroy", G_CALLBACK(on_main_window_destroy), this);
+  g_signal_connect(m_window, "key_press_event", G_CALLBACK(gtk_window_key_press_callback), this);
+  g_signal_connect(m_window, "delete_event", G_CALLBACK(gtk_window_delete_callback), this);
 }
 
 void CInstallerDlg::showMainWindow() {
-  m_mainWindow = gtk_window_new(GTK_WINDOW_TOPLEVEL);
+  m_window = gtk_window_new(GTK_WINDOW_TOPLEVEL);
   initMainWindow();
-  gtk_window_set_title(GTK_WINDOW(m_mainWindow), m_title.c_str());
+  gtk_window_set_title(GTK_WINDOW(m_window), m_title.c_str());
 
   GtkWidget* separator = gtk_hseparator_new();
-  gtk_widget_set_size_request(separator, m_width - 20, 5);
-  gtk_fixed_put(GTK_FIXED(m_fixed), separator, 10, 310);
+  put_scaled(m_fixed, separator, 10, 310, m_width - 20, 5);
 
   m_buttonBack = new_navigation_button(m_fixed, 230, 320, false);
   set_button_text(m_buttonBack, text_of("IDS_WIZARD_BACK"));
@@ -193,7 +228,14 @@ void CInstallerDlg::showMainWindow() {
 
   gtk_widget_show_all(m_fixed);
   m_sideImage = createBackImage();
-  gtk_widget_show(m_mainWindow);
+  if (scaled(m_fixed, 1000) != 1000) {
+    GdkPixbuf* larger = gdk_pixbuf_scale_simple(
+        m_sideImage, scaled(m_fixed, gdk_pixbuf_get_width(m_sideImage)),
+        scaled(m_fixed, gdk_pixbuf_get_height(m_sideImage)), GDK_INTERP_BILINEAR);
+    g_object_unref(m_sideImage);
+    m_sideImage = larger;
+  }
+  gtk_widget_show(m_window);
 }
 
 void CInstallerDlg::setCurPage(WizardDialogPage* page) {
@@ -216,6 +258,15 @@ void CInstallerDlg::setFinishButtons() {
   gtk_widget_grab_focus(m_buttonNext);
 }
 
+void CInstallerDlg::focusPage(GtkWidget* control, GtkWidget* text) {
+  if (m_pageControl && m_pageControl != control)
+    atk_object_set_description(gtk_widget_get_accessible(m_pageControl), "");
+  m_pageControl = control;
+  atk_object_set_description(gtk_widget_get_accessible(control),
+                             gtk_label_get_text(GTK_LABEL(text)));
+  gtk_widget_grab_focus(control);
+}
+
 void CInstallerDlg::titles(std::u16string& product, std::u16string& vendor) const {
   for (const LanguageEntry& entry : m_package.languages) {
     if (compare_nocase(entry.language, m_languageCode) == 0) {
@@ -230,7 +281,7 @@ void CInstallerDlg::titles(std::u16string& product, std::u16string& vendor) cons
 
 void CInstallerDlg::on_main_window_destroy(GtkWidget*, void* dialog) {
   auto* self = static_cast<CInstallerDlg*>(dialog);
-  self->m_mainWindow = nullptr;
+  self->m_window = nullptr;
   if (gtk_main_level() > 0) gtk_main_quit();
 }
 
@@ -249,13 +300,13 @@ bool CInstallerDlg::processKeyPress(GdkEventKey* event) {
 
 gboolean CInstallerDlg::gtk_window_delete_callback(GtkWidget*, GdkEvent*, void* dialog) {
   auto* self = static_cast<CInstallerDlg*>(dialog);
-  // While files are being installed the window stays: closing it is a
-  // cancel request like any other.
-  if (self->m_step == kStepProgress || !self->m_session.returned()) {
+  // While files are being installed or put back the window stays: closing
+  // it is a cancel request like any other. Elsewhere it closes at once.
+  if (self->m_step == kStepProgress)
     self->processCancel();
-    return TRUE;
-  }
-  return FALSE;
+  else
+    self->closeWindow();
+  return TRUE;
 }
 
 void CInstallerDlg::button_clicked_handler(GtkWidget*, void* dialog) {
@@ -264,8 +315,13 @@ void CInstallerDlg::button_clicked_handler(GtkWidget*, void* dialog) {
 
 void CInstallerDlg::processCancel() {
   if (m_asking) return;
-  const bool installing = m_step == kStepProgress;
-  if (installing && (m_runOver || m_session.cancelRequested())) return;
+  if (m_step == kStepProgress && (m_runOver || m_session.cancelRequested())) {
+    // The run is stopping or being put back and cannot be cut short: the
+    // window closes as soon as it is over.
+    if (!m_closeRequested) wizard_event("close requested");
+    m_closeRequested = true;
+    return;
+  }
   if (m_confirmCancel) {
     m_asking = true;
     const unsigned answer =
@@ -277,13 +333,26 @@ void CInstallerDlg::processCancel() {
     if (!m_runOver) abortInstall();
     return;
   }
-  if (!m_session.returned() || !m_mainWindow) return;
-  gtk_widget_destroy(m_mainWindow);
+  closeWindow();
 }
 
 void CInstallerDlg::abortInstall() {
   wizard_event("cancel requested");
   m_session.cancel();
+  // Nothing more to cancel: the run stops after the current file.
+  gtk_widget_set_sensitive(m_buttonCancel, FALSE);
+}
+
+void CInstallerDlg::closeWindow() {
+  if (!m_window) return;
+  if (m_session.returned()) {
+    gtk_widget_destroy(m_window);
+    return;
+  }
+  // Only the worker's finishing pause after a complete installation is
+  // left: the window goes now and is destroyed once the worker has ended.
+  gtk_widget_hide(m_window);
+  if (gtk_main_level() > 0) gtk_main_quit();
 }
 
 void CInstallerDlg::on_signal(void* dialog) {
@@ -303,13 +372,13 @@ gboolean CInstallerDlg::on_signal_idle(void* dialog) {
 
 void CInstallerDlg::processInterrupt() {
   m_closeRequested = true;
-  if (m_step == kStepProgress && !m_runOver) {
-    if (!m_session.cancelRequested()) abortInstall();
+  if (m_step == kStepProgress) {
+    // A running installation is cancelled; the progress page closes the
+    // window once the run (and its rollback) is over.
+    if (!m_runOver && !m_session.cancelRequested()) abortInstall();
     return;
   }
-  // A rollback or the finishing pause runs to its end first; the window
-  // closes once the outcome is shown.
-  if (m_session.returned() && m_mainWindow) gtk_widget_destroy(m_mainWindow);
+  closeWindow();
 }
 
 void CInstallerDlg::on_buttonPrev_clicked(GtkWidget*, void* dialog) {
@@ -337,6 +406,7 @@ void CInstallerDlg::showWelcomePage() {
   }
   m_step = kStepWelcome;
   setCurPage(m_welcomePage.get());
+  focusPage(m_silent ? m_buttonCancel : m_buttonNext, m_welcomePage->label());
   wizard_event("page=welcome");
 }
 
@@ -347,7 +417,7 @@ void CInstallerDlg::showSelectPathPage() {
   gtk_widget_set_sensitive(m_buttonBack, TRUE);
   gtk_widget_set_sensitive(m_buttonNext, TRUE);
   setCurPage(m_dirPage.get());
-  gtk_widget_grab_focus(m_dirPage->entry());
+  focusPage(m_dirPage->entry(), m_dirPage->prompt());
   wizard_event("page=directory");
 }
 
@@ -358,8 +428,9 @@ void CInstallerDlg::on_buttonNext_clicked(GtkWidget*, void* dialog) {
       self->showSelectPathPage();
       break;
     case kStepDirectory: {
-      std::u16string path = self->m_dirPage->getPath();
-      replace_all(path, kBadPathSeparator, kPathSeparator);
+      // An empty or relative path is refused: nothing is installed relative
+      // to wherever the program was started.
+      const std::u16string path = typed_target(self->m_dirPage->getPath());
       if (path.empty()) {
         messageBox(self, LoadResString("IDS_SETUP_EMPTYTARGET"), kMessageBoxPlain);
         break;
@@ -397,13 +468,16 @@ void CInstallerDlg::showProgressPage() {
   m_runOver = false;
   if (!m_targetDir.empty()) {
     setCurPage(m_progressPage.get());
+    focusPage(m_buttonCancel, m_progressPage->statusLabel());
     m_step = kStepProgress;
     wizard_event("page=progress");
   }
   if (!m_session.start(m_targetDir)) {
     // An empty target or no worker thread: nothing was touched.
     m_runOver = true;
-    messageBox(this, LoadResString(m_session.outcome().messageKey), kMessageBoxError);
+    const InstallOutcome& outcome = m_session.outcome();
+    messageBox(this, with_cause(LoadResString(outcome.messageKey), outcome.status),
+               kMessageBoxError);
     showErrorFinalPage();
     return;
   }
@@ -423,43 +497,44 @@ void CInstallerDlg::showProgressPage() {
     gtk_main_iteration();
   }
   m_runOver = true;
+  gtk_widget_set_sensitive(m_buttonCancel, FALSE);
 
-  // A failure is shown while the run rolls back.
-  if (classify_run(progress.state, progress.percent) == OutcomeKind::kFailed)
-    messageBox(this, progress.message, kMessageBoxError);
-  const InstallOutcome& outcome = waitForWorker();
-  switch (outcome.kind) {
-    case OutcomeKind::kInstalled:
-    case OutcomeKind::kStarterNotWritten:
-      showSuccessFinalPage();
-      reportStarterNotWritten(outcome);
-      break;
-    case OutcomeKind::kCancelled:
+  if (classify_run(progress.state, progress.percent) == OutcomeKind::kInstalled) {
+    // Shown at once; the worker's finishing pause goes on meanwhile.
+    showSuccessFinalPage();
+    reportStarterNotWritten(m_session.finish());
+  } else {
+    // A failure is told once the run has put everything back, with the
+    // path and the reason.
+    const InstallOutcome& outcome = waitForWorker();
+    if (outcome.kind == OutcomeKind::kFailed)
+      messageBox(this, with_cause(progress.message, outcome.status), kMessageBoxError);
+    if (outcome.kind == OutcomeKind::kCancelled)
       showCancelFinalPage();
-      break;
-    case OutcomeKind::kFailed:
+    else
       showErrorFinalPage();
-      break;
   }
-  if (m_closeRequested && m_mainWindow) gtk_widget_destroy(m_mainWindow);
+  if (m_closeRequested) closeWindow();
 }
 
 void CInstallerDlg::reportStarterNotWritten(const InstallOutcome& outcome) {
   // The templates are in place; only the starter's list could not be
-  // updated. The box names the file that kept its old contents.
+  // updated. The box names the file that kept its old contents, and why.
   if (outcome.kind != OutcomeKind::kStarterNotWritten) return;
-  messageBox(this, LoadResString("IDS_INSTALL_ERROR") + u"\n" + outcome.status.path,
+  messageBox(this, with_cause(LoadResString("IDS_INSTALL_ERROR"), outcome.status),
              kMessageBoxError);
 }
 
 void CInstallerDlg::showSuccessFinalPage() {
   m_step = kStepSuccess;
   if (!m_successPage) {
-    m_successPage = std::make_unique<SuccessFinalPage>(m_fixed, m_sideImage,
-                                                       LoadResString("IDS_SUCCESS_FINISH"));
+    // The page's text, and below it where the templates went.
+    m_successPage = std::make_unique<SuccessFinalPage>(
+        m_fixed, m_sideImage, LoadResString("IDS_SUCCESS_FINISH") + u"\n\n" + m_targetDir);
   }
   setFinishButtons();
   setCurPage(m_successPage.get());
+  focusPage(m_buttonNext, m_successPage->label());
   wizard_event("page=success");
 }
 
@@ -469,6 +544,7 @@ void CInstallerDlg::showFinalPage(std::unique_ptr<MessagePage>& page, const char
   m_step = step;
   setFinishButtons();
   setCurPage(page.get());
+  focusPage(m_buttonNext, page->label());
   wizard_event(name);
 }
 
@@ -529,5 +605,5 @@ void CInstallerDlg::finalize() {
       run_linux_command(command.c_str());
     }
   }
-  if (m_mainWindow) gtk_widget_destroy(m_mainWindow);
+  closeWindow();
 }

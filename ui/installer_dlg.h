@@ -56,8 +56,9 @@ class CInstallerDlg : public CWnd {
   // Creates and shows the main window: title, separator, Back, Next (the
   // default button) and Cancel, and the side image the pages use.
   void showMainWindow();
-  // Window properties: centred, fixed 500 by 360, modal, icon, page area,
-  // and the destroy, key and close signals.
+  // Window properties: centred, fixed 500 by 360 (larger in proportion to
+  // a larger desktop font), modal, a dialog to the window manager, icon,
+  // page area, and the destroy, key and close signals.
   void initMainWindow();
   // New pixbufs of the compiled-in artwork; the caller owns them.
   GdkPixbuf* createIcon() const;
@@ -66,6 +67,9 @@ class CInstallerDlg : public CWnd {
   void setCurPage(WizardDialogPage* page);
   // Buttons of a final page: Finish (default), Cancel insensitive, no Back.
   void setFinishButtons();
+  // Gives a page's control the keyboard focus; a screen reader reads the
+  // page's text (the label `text`) as the control's description.
+  void focusPage(GtkWidget* control, GtkWidget* text);
   // Product and vendor texts of the package for the interface language;
   // both empty when the package has none for it.
   void titles(std::u16string& product, std::u16string& vendor) const;
@@ -75,7 +79,10 @@ class CInstallerDlg : public CWnd {
   void showWelcomePage();
   // Step 2: the directory page, its entry set to the target directory.
   void showSelectPathPage();
-  // Runs the installation on the worker and pumps the GUI until it is over.
+  // Runs the installation on the worker and pumps the GUI until its outcome
+  // is known: the success page as soon as the last file is in place (the
+  // worker's finishing pause then goes on alone), the error or cancelled
+  // page once the run has put everything back.
   void showProgressPage();
   // The final pages (steps 4 and 5), each with the Finish button.
   void showSuccessFinalPage();
@@ -83,11 +90,17 @@ class CInstallerDlg : public CWnd {
   void showCancelFinalPage();
   // Finish: opens the description document when asked to, closes the window.
   void finalize();
+  // Closes the window at once. While the worker still runs (only its pause
+  // after a complete installation can be left then) the window is hidden
+  // and the main loop ends; it is destroyed with the dialog.
+  void closeWindow();
 
   // Escape asks to cancel (true: handled); other keys take their course.
   bool processKeyPress(GdkEventKey* event);
   // Asks before cancelling. During the installation Yes asks the run to stop
-  // (it rolls back); on any other page Yes closes the window.
+  // (it rolls back); on any other page Yes closes the window. Once a stop
+  // was asked for, or while a failed run is put back, it asks nothing: the
+  // window closes when the run is over.
   void processCancel();
   // Asks the running installation to stop after the current file.
   void abortInstall();
@@ -96,7 +109,8 @@ class CInstallerDlg : public CWnd {
   // run, once it has returned).
   void processInterrupt();
   // Signal handlers; `dialog` is the CInstallerDlg. The close request keeps
-  // the window while files are being installed (it asks to cancel instead).
+  // the window while files are being installed or put back (it is handled
+  // as Escape is); elsewhere the window closes.
   static gboolean gtk_window_key_press_callback(GtkWidget*, GdkEventKey* event, void* dialog);
   static gboolean gtk_window_delete_callback(GtkWidget*, GdkEvent*, void* dialog);
   // Cancel, Back (step 2 only), and Next/Finish, which moves the flow on.
@@ -117,9 +131,11 @@ class CInstallerDlg : public CWnd {
     GtkWidget* cancel;
   };
   Widgets widgets() const {
-    return {m_mainWindow, m_fixed, m_buttonBack, m_buttonNext, m_buttonCancel};
+    return {m_window, m_fixed, m_buttonBack, m_buttonNext, m_buttonCancel};
   }
   unsigned step() const { return m_step; }
+  // The worker has not returned yet (a run, its rollback or its finishing pause).
+  bool workerRunning() const { return !m_session.returned(); }
   DirSelectPage* dirSelectPage() const { return m_dirPage.get(); }
   ProgressPage* progressPage() const { return m_progressPage.get(); }
   SuccessFinalPage* successPage() const { return m_successPage.get(); }
@@ -167,9 +183,9 @@ class CInstallerDlg : public CWnd {
   GtkWidget* m_buttonCancel = nullptr;
   GdkPixbuf* m_sideImage = nullptr;
   bool m_confirmCancel = true;
-  GtkWidget* m_mainWindow = nullptr;
   GtkWidget* m_fixed = nullptr;
   GdkPixbuf* m_icon = nullptr;
+  GtkWidget* m_pageControl = nullptr;  // the control that reads out the page's text
 
   bool m_useCwd;
   int m_argc;
@@ -182,7 +198,8 @@ class CInstallerDlg : public CWnd {
   bool m_runOver = false;
   // A cancel question is on screen (no second one on top of it).
   bool m_asking = false;
-  // A signal asked the program to end.
+  // A signal, or Escape or the close button while the run stops, asked the
+  // window to close.
   bool m_closeRequested = false;
   guint m_signalSource = 0;  // a pending on_signal_idle
 

@@ -20,9 +20,10 @@ constexpr unsigned kAnswerYes = 1;
 constexpr unsigned kAnswerNo = 2;
 constexpr unsigned kAnswerOk = 3;
 
-// Shows `text` in a parentless modal box (titled with owner->getTitle() when
-// an owner is given) and returns the answer code. "%" in the text is shown
-// as it is.
+// Shows `text` in a modal box and returns the answer code. With an owner the
+// box carries owner->getTitle() and, while the owner's window is on screen,
+// stays above it, centred on it. A question's default answer is No. "%" in
+// the text is shown as it is.
 unsigned messageBox(CWnd* owner, const std::u16string& text, unsigned flags);
 
 // Kind of box for `flags`: 0x01 error, 0x02 question, anything else other.
@@ -39,11 +40,14 @@ using MessageBoxHook = std::function<int(GtkMessageType type, GtkButtonsType but
                                          const std::string& title, const std::string& text)>;
 void set_message_box_hook(MessageBoxHook hook);
 
-// The folder chooser: a modal chooser in folder-selection mode with the
-// stock Cancel and Open buttons. True and the chosen folder (UTF-8) on
-// Open; false when cancelled or closed.
-bool choose_folder(std::string& folder);
+// The folder chooser: a modal chooser in folder-selection mode titled
+// `title` (UTF-8), with the stock Cancel and Open buttons, kept above
+// `parent` (may be null). It opens at `folder` when that names an existing
+// folder (file-system bytes). True and the chosen folder in `folder` on
+// Open; false, `folder` unchanged, when cancelled or closed.
+bool choose_folder(GtkWidget* parent, const std::string& title, std::string& folder);
 
-// Replaces the real folder chooser; it returns what choose_folder returns.
+// Replaces the real folder chooser: it gets `folder` as choose_folder does
+// and returns what choose_folder returns.
 using FolderChooserHook = std::function<bool(std::string& folder)>;
 void set_folder_chooser_hook(FolderChooserHook hook);

@@ -8,9 +8,25 @@
 #include <string>
 #include <vector>
 
-// The main-area label: at (170, 10), 330 by 250, wrapping, text at the top
-// left, empty. Added to `fixed`, which owns it.
+// The layout grows with the desktop font: every position and size on the
+// page area is the one of the 500 by 360 layout times the area's scale,
+// which is 1 at the default font (a scale below 1 is taken as 1).
+void set_layout_scale(GtkWidget* fixed, double scale);
+// `pixels` times the scale of the page area `fixed`, rounded.
+int scaled(GtkWidget* fixed, int pixels);
+// Puts `widget` into `fixed` at the scaled (x, y); gives it the scaled size
+// when `width` and `height` are not -1.
+void put_scaled(GtkWidget* fixed, GtkWidget* widget, int x, int y, int width = -1, int height = -1);
+
+// The main-area label: at (170, 10), 330 by 250, wrapping (inside a word
+// only when the word alone is wider than a line, as a long path is), text at
+// the top left, empty. Added to `fixed`, which owns it.
 GtkWidget* createMainAreaLabel(GtkWidget* fixed);
+
+// The folder a path typed into the directory page names: "\\" read as "/",
+// "~" and a leading "~/" standing for the home folder. Empty when that is
+// not an absolute path (a relative one, or "~" with no home folder known).
+std::u16string typed_target(std::u16string typed);
 
 class WizardDialogPage {
  public:
@@ -29,7 +45,8 @@ class WizardDialogPage {
  protected:
   // Records `widget` as one of the page's widgets and returns it.
   GtkWidget* addWidget(GtkWidget* widget);
-  // A GtkImage of `sideImage` at the page area's origin.
+  // A GtkImage of `sideImage` at the page area's origin; a screen reader
+  // passes over it (it is decoration).
   void addSideImage(GdkPixbuf* sideImage);
 
   GtkWidget* m_parent;
@@ -51,7 +68,8 @@ class MessagePage : public WizardDialogPage {
 };
 
 // The success page: a message and the check box that asks for the package's
-// description document (checked when created).
+// description document (checked when created), at (170, 170) or, when the
+// message reaches down there, just below it.
 class SuccessFinalPage : public MessagePage {
  public:
   SuccessFinalPage(GtkWidget* fixed, GdkPixbuf* sideImage, const std::u16string& text);
@@ -78,10 +96,12 @@ class DirSelectPage : public WizardDialogPage {
   void setPath(const std::u16string& path);
   // `path` in the locale's byte encoding (as file names come from the system).
   void setPath(const std::string& path);
-  // Runs the folder chooser; a chosen folder replaces the entry's text.
+  // Runs the folder chooser, opened at the folder the entry names when it
+  // exists; a chosen folder replaces the entry's text.
   void showDirDialog();
 
   GtkWidget* entry() const { return m_entry; }
+  GtkWidget* prompt() const { return m_prompt; }
   GtkWidget* browseButton() const { return m_browse; }
 
  private:
@@ -94,7 +114,8 @@ class DirSelectPage : public WizardDialogPage {
   std::string m_shown;     // the entry text shown for it
 };
 
-// The installation's progress: a status text above a bar.
+// The installation's progress: a status text above a bar, which a screen
+// reader names by the text.
 class ProgressPage : public WizardDialogPage {
  public:
   // `width` is the bar's width.

@@ -45,25 +45,34 @@ TEST_F(Flow, MessageBoxFlagsChooseKindAndButtonsAndResponsesMapToAnswers) {
                         std::to_string(c.buttons))
         << std::hex << c.flags;
   }
-  // The real box shows the text as it is, over its owner, and answers.
+  // The real box shows the text as it is, with its owner's title, and
+  // answers; over the wizard it stays above it, and Return means No.
   set_message_box_hook(nullptr);
+  buildPackage({{"en", "P", "V", ""}});
+  CInstallerDlg& dialog = start();
   std::string seen;
   answerDialogs([&](GtkDialog* d) {
     gchar* body = nullptr;
     g_object_get(d, "text", &body, nullptr);
+    GtkWidget* byDefault = gtk_window_get_default_widget(GTK_WINDOW(d));
     seen = std::string(body) + "|" + gtk_window_get_title(GTK_WINDOW(d)) +
-           (gtk_window_get_modal(GTK_WINDOW(d)) ? "|modal" : "");
+           (gtk_window_get_modal(GTK_WINDOW(d)) ? "|modal" : "") +
+           (gtk_window_get_transient_for(GTK_WINDOW(d)) ? "|over the wizard" : "") +
+           (byDefault && gtk_dialog_get_response_for_widget(d, byDefault) == GTK_RESPONSE_NO
+                ? "|No by default"
+                : "");
     g_free(body);
     return int(GTK_RESPONSE_YES);
   });
-  EXPECT_EQ(messageBox(&owner, u"Really? 100% %s %d", kMessageBoxQuestion), kAnswerYes);
-  EXPECT_EQ(seen, "Really? 100% %s %d|Установка|modal");
+  EXPECT_EQ(messageBox(&dialog, u"Really? 100% %s %d", kMessageBoxQuestion), kAnswerYes);
+  EXPECT_EQ(seen, "Really? 100% %s %d|Test installer|modal|over the wizard|No by default");
 }
 
 TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
   buildPackage({{"ru", "Шаблоны", "Поставщик", "/docs/missing.html"},
                 {"en", "Demo Templates", "Demo Vendor", "\\docs\\read me $HOME \"1\".html"}});
   const std::string old = m_root / "old";
+  ASSERT_EQ(g_mkdir_with_parents(old.c_str(), 0700), 0);
   testsupport::write_file(m_cfg, "ConfigurationTemplatesLocation=" + old + "\n");
   testsupport::SlowRun slow(150);
   CInstallerDlg& dialog = start();
@@ -75,13 +84,23 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
   CLICK(w.next);
   GtkEntry* entry = GTK_ENTRY(dialog.dirSelectPage()->entry());
   EXPECT_EQ(gtk_entry_get_text(entry), old) << "the starter's directory is proposed";
-  // Browse: the real folder chooser, cancelled first (the entry stays), then
-  // accepted once it shows the folder (it loads folders asynchronously).
+  // Browse: the real folder chooser, above the wizard, titled, at the
+  // entry's folder; cancelled first (the entry stays), then accepted once it
+  // shows the folder (it loads folders asynchronously).
   int calls = 0;
   answerDialogs([&](GtkDialog* d) {
     GtkFileChooser* fc = GTK_FILE_CHOOSER(d);
     EXPECT_EQ(gtk_file_chooser_get_action(fc), GTK_FILE_CHOOSER_ACTION_SELECT_FOLDER);
-    if (calls++ == 0) return int(GTK_RESPONSE_CANCEL);
+    if (calls == 0) {
+      gchar* at = gtk_file_chooser_get_current_folder(fc);
+      if (!at) return kAskAgain;  // still opening the folder
+      ++calls;
+      EXPECT_EQ(std::string(at), old);
+      g_free(at);
+      EXPECT_EQ(gtk_window_get_title(GTK_WINDOW(d)), text("IDS_CHOOSEDIR_TITLE"));
+      EXPECT_EQ(GTK_WIDGET(gtk_window_get_transient_for(GTK_WINDOW(d))), w.window);
+      return int(GTK_RESPONSE_CANCEL);
+    }
     gchar* now = gtk_file_chooser_get_filename(fc);
     const bool ready = now && m_src == now;
     g_free(now);
@@ -92,20 +111,29 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
   EXPECT_EQ(gtk_entry_get_text(entry), old);
   CLICK(dialog.dirSelectPage()->browseButton());
   EXPECT_EQ(gtk_entry_get_text(entry), m_src);
-  // An empty path is refused; Escape asks, and No or a closed box keep the wizard.
-  gtk_entry_set_text(entry, "");
-  m_answers = {GTK_RESPONSE_OK, GTK_RESPONSE_NO, GTK_RESPONSE_DELETE_EVENT};
-  CLICK(w.next);
+  // An empty or relative path is refused; Escape asks, and No or a closed
+  // box keep the wizard.
+  const std::string refusal = box(GTK_MESSAGE_OTHER, text("IDS_SETUP_EMPTYTARGET"));
+  for (const char* typed : {"", "templates", "C:\\dir\\sub", "~user/x", ".~/x"}) {
+    gtk_entry_set_text(entry, typed);
+    m_boxes.clear();
+    m_answers = {GTK_RESPONSE_OK};
+    CLICK(w.next);
+    EXPECT_EQ(m_boxes, std::vector<std::string>{refusal}) << typed;
+    ASSERT_EQ(dialog.step(), CInstallerDlg::kStepDirectory) << typed;
+  }
+  m_boxes.clear();
+  m_answers = {GTK_RESPONSE_NO, GTK_RESPONSE_DELETE_EVENT};
   uitest::Post(w.window, GDK_KEY_PRESS, GDK_Escape);
   uitest::Post(w.window, GDK_KEY_PRESS, GDK_Escape);
   uitest::Pump();
   ASSERT_EQ(dialog.step(), CInstallerDlg::kStepDirectory);
   const std::string question = box(GTK_MESSAGE_QUESTION, text("IDS_ACCEPT_CANCEL"));
-  EXPECT_EQ(m_boxes,
-            (std::vector<std::string>{box(GTK_MESSAGE_OTHER, text("IDS_SETUP_EMPTYTARGET")),
-                                      question, question}));
+  EXPECT_EQ(m_boxes, (std::vector<std::string>{question, question}));
 
-  gtk_entry_set_text(entry, (m_dest + "\\sub").c_str());  // "\" read as "/"
+  // "~" is the home folder, "\" is read as "/"; the absolute folder is used.
+  gtk_entry_set_text(entry, "~/my templates\\sub");
+  const std::string target = m_home + "/my templates/sub";
   // Each published state is held 150 ms with nothing else going on: only the
   // worker's wake-up can get the loop to show it.
   std::vector<double> shown;
@@ -121,19 +149,25 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
   });
   CLICK(w.next);
   ASSERT_EQ(dialog.step(), CInstallerDlg::kStepSuccess);
+  // The success page is up and the directory recorded as soon as the last
+  // file is in place; the worker's one-second pause is still going on.
+  EXPECT_TRUE(dialog.workerRunning());
+  EXPECT_EQ(read_file(m_cfg), "ConfigurationTemplatesLocation=" + target +
+                                  "\nConfigurationTemplatesLocation=" + old + "\n");
+  EXPECT_EQ(label(dialog.successPage()->label()), text("IDS_SUCCESS_FINISH") + "\n\n" + target);
   EXPECT_EQ(shown, (std::vector<double>{0.33, 0.66, 1.0}));
-  EXPECT_EQ(read_file(m_dest + "/sub/trade/retail/settings.ini"), "[Company]\nCurrency=EUR\n");
-  EXPECT_EQ(read_file(m_cfg), "ConfigurationTemplatesLocation=" + m_dest +
-                                  "/sub\nConfigurationTemplatesLocation=" + old + "\n");
+  EXPECT_EQ(read_file(target + "/trade/retail/settings.ini"), "[Company]\nCurrency=EUR\n");
   ProgressPage& progress = *dialog.progressPage();
   EXPECT_EQ(label(progress.statusLabel()), text("IDS_INSTALL_FINISH"));
   progress.setProgress(99);
   EXPECT_EQ(label(progress.statusLabel()), text("IDS_PROGRESS_START")) << "finished only at 100";
   EXPECT_FALSE(gtk_widget_is_sensitive(w.cancel));
   EXPECT_EQ(gtk_button_get_label(GTK_BUTTON(w.next)), text("IDS_WIZARD_FINISH"));
-  CLICK(w.next);  // Finish, with the check box as it came: checked
-  EXPECT_EQ(dialog.widgets().window, nullptr);
-  EXPECT_EQ(read_file(m_opened), m_dest + "/sub/" + kDoc + "\n");
+  // Finish, with the check box as it came (checked), closes the window at
+  // once; the program waits for the worker's pause before it ends.
+  CLICK(w.next);
+  EXPECT_FALSE(gtk_widget_get_visible(w.window));
+  EXPECT_EQ(read_file(m_opened), target + "/" + kDoc + "\n");
 }
 
 TEST_F(Flow, DirectoryWithALatin1NameIsShownReadablyAndUsedByteForByte) {
@@ -174,6 +208,13 @@ TEST_F(Flow, DirectoryWithALatin1NameIsShownReadablyAndUsedByteForByte) {
   EXPECT_EQ(read_file(latin1 + "/trade/retail/template.xml"), "<template id=\"retail\"/>\n");
   EXPECT_FALSE(testsupport::exists(m_root / "caf")) << "nothing went to the cut name";
   EXPECT_EQ(read_file(m_cfg), "ConfigurationTemplatesLocation=" + latin1 + "\n");
+  // The success page names the folder readably. Its close button closes it
+  // at once, the worker's finishing pause going on.
+  EXPECT_EQ(label(dialog.successPage()->label()), text("IDS_SUCCESS_FINISH") + "\n\n" + shown);
+  uitest::Post(dialog.widgets().window, GDK_DELETE);
+  uitest::Pump();
+  EXPECT_TRUE(dialog.workerRunning());
+  EXPECT_FALSE(gtk_widget_get_visible(dialog.widgets().window));
 }
 
 TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
@@ -187,6 +228,8 @@ TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
   CInstallerDlg& dialog = start();
   toDirectoryPage(m_dest);
   // Closing the window and Cancel answered No, then Escape answered Yes.
+  // Once the run stops, Escape and the close button ask nothing more: the
+  // window closes when the run has rolled back.
   m_answers = {GTK_RESPONSE_NO, GTK_RESPONSE_NO, GTK_RESPONSE_YES};
   int actions = 0;
   everyTick([&] {
@@ -196,17 +239,20 @@ TEST_F(Flow, CancelDuringInstallationAsksFromEveryWayOutAndRollsBack) {
       return true;
     if (actions == 0) uitest::Post(w.window, GDK_DELETE);
     if (actions == 1) gtk_button_clicked(GTK_BUTTON(w.cancel));
-    if (actions == 2) uitest::Post(w.window, GDK_KEY_PRESS, GDK_Escape);
+    if (actions == 2) {
+      uitest::Post(w.window, GDK_KEY_PRESS, GDK_Escape);
+      uitest::Post(w.window, GDK_KEY_PRESS, GDK_Escape);
+      uitest::Post(w.window, GDK_DELETE);
+    }
     return ++actions < 3;
   });
   CLICK(dialog.widgets().next);  // returns once the run has rolled back
   EXPECT_EQ(m_boxes,
             std::vector<std::string>(3, box(GTK_MESSAGE_QUESTION, text("IDS_ACCEPT_CANCEL"))));
-  EXPECT_EQ(finalText(), text("IDS_CANCEL_FINISH"));
+  EXPECT_EQ(dialog.step(), CInstallerDlg::kStepError) << "a final page, no error box";
+  EXPECT_EQ(dialog.widgets().window, nullptr);
   EXPECT_TRUE(snapshot(m_dest) == before) << "the target is as it was";
   EXPECT_FALSE(testsupport::exists(m_cfg));
-  CLICK(dialog.widgets().next);
-  EXPECT_EQ(dialog.widgets().window, nullptr);
   EXPECT_EQ(read_file(m_opened), "") << "the description is opened only after success";
   m_dialog.reset();
   EXPECT_TRUE(snapshot(m_tmp).empty()) << "the working file goes with the dialog";
@@ -222,7 +268,11 @@ TEST_F(Flow, FailedRunShowsTheErrorThenTheErrorPage) {
   toDirectoryPage(m_dest);
   m_answers = {GTK_RESPONSE_OK};
   CLICK(dialog.widgets().next);
-  EXPECT_EQ(m_boxes, std::vector<std::string>{box(GTK_MESSAGE_ERROR, text("IDS_INSTALL_ERROR"))});
+  // The interface text, then where and why.
+  EXPECT_EQ(m_boxes,
+            std::vector<std::string>{
+                box(GTK_MESSAGE_ERROR, text("IDS_INSTALL_ERROR") + "\ncannot move aside " + m_dest +
+                                           "/trade/retail/settings.ini: " + g_strerror(EISDIR))});
   EXPECT_EQ(finalText(), text("IDS_ERROR_FINISH"));
   EXPECT_TRUE(snapshot(m_dest) == before);
   EXPECT_EQ(read_file(m_cfg), "ConfigurationTemplatesLocation=/old\n");
@@ -242,31 +292,37 @@ TEST_F(Flow, StarterWriteFailureIsShownAndTheWizardGoesOn) {
   CLICK(dialog.widgets().next);
   EXPECT_EQ(dialog.step(), CInstallerDlg::kStepSuccess);
   EXPECT_EQ(m_boxes, std::vector<std::string>{
-                         box(GTK_MESSAGE_ERROR, text("IDS_INSTALL_ERROR") + "\n" + m_cfg)});
+                         box(GTK_MESSAGE_ERROR, text("IDS_INSTALL_ERROR") + "\ncannot write " +
+                                                    m_cfg + ": " + g_strerror(EISDIR))});
   EXPECT_TRUE(testsupport::exists(m_dest + "/trade/retail/template.xml"));
   // Finish with the check box cleared opens nothing.
   gtk_toggle_button_set_active(GTK_TOGGLE_BUTTON(dialog.successPage()->checkBox()), FALSE);
   CLICK(dialog.widgets().next);
-  EXPECT_EQ(dialog.widgets().window, nullptr);
+  EXPECT_FALSE(gtk_widget_get_visible(dialog.widgets().window));
   EXPECT_EQ(read_file(m_opened), "");
 }
 
 TEST_F(Flow, SilentRunRefusesAMissingOrDamagedPackageAndAnEmptyTarget) {
-  const auto refused = [&](const char* key, const std::string& finalPage) {
+  // The box: the interface text, and below it what failed where, and why.
+  const auto refused = [&](const char* key, const std::string& cause,
+                           const std::string& finalPage) {
     const testsupport::Snapshot kitBefore = snapshot(m_kit);
     m_boxes.clear();
     m_answers = {GTK_RESPONSE_OK};
     start(u"en", true).DoModal();
-    EXPECT_EQ(m_boxes, std::vector<std::string>{box(GTK_MESSAGE_ERROR, text(key))});
+    EXPECT_EQ(m_boxes, std::vector<std::string>{box(GTK_MESSAGE_ERROR, text(key) + cause)});
     EXPECT_EQ(finalText(), finalPage);
     EXPECT_TRUE(snapshot(m_kit) == kitBefore) << key << ": nothing written in the kit";
   };
-  refused("IDS_ERROR_NOSOURCE", "(no final page)");
-  testsupport::write_file(m_kit + "/plom8.tpk", std::string(10, '\0'));
-  refused("IDS_ERROR_DAMAGEDSOURCE", "(no final page)");
+  const std::string package = m_kit + "/plom8.tpk";
+  refused("IDS_ERROR_NOSOURCE", "\ncannot find the package " + package + ": " + g_strerror(ENOENT),
+          "(no final page)");
+  testsupport::write_file(package, std::string(10, '\0'));
+  refused("IDS_ERROR_DAMAGEDSOURCE",
+          "\ncannot unpack " + package + ": not a valid compressed stream", "(no final page)");
   buildPackage({{"en", "P", "V", ""}});
   testsupport::write_file(m_cfg, "ConfigurationTemplatesLocation=http://example.org/templates\n");
-  refused("IDS_SETUP_EMPTYTARGET", text("IDS_ERROR_FINISH"));
+  refused("IDS_SETUP_EMPTYTARGET", "", text("IDS_ERROR_FINISH"));
 }
 
 TEST_F(Flow, WelcomeTextAndDescriptionFollowTheInterfaceLanguage) {
