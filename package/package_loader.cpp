@@ -65,21 +65,24 @@ Status load_working_file(PackageReader& reader, const std::u16string& packagePat
   unpack.stop = options.stop;
   unpack.writeError = &writeError;
   if (unsigned code = LZCompressor::unpack(packagePath, reader.handle, unpack)) {
-    if (code == ERROR_CANTWRITE) return failure(code, Step::kUnpack, reader.workingDir, writeError);
+    if (code == ERROR_CANTWRITE)
+      return failure(code, Operation::kUnpack, reader.workingDir, writeError);
     if (code == ERROR_INVALID_DATA)
-      return failure(code, Step::kUnpack, packagePath, 0, "not a valid compressed stream");
-    if (code == ERROR_CANCELLED) return failure(code, Step::kUnpack, packagePath, 0, "interrupted");
-    return failure(code, Step::kUnpack, packagePath, FileSystem::GetLastError() == 2 ? ENOENT : 0);
+      return failure(code, Operation::kUnpack, packagePath, 0, "not a valid compressed stream");
+    if (code == ERROR_CANCELLED)
+      return failure(code, Operation::kUnpack, packagePath, 0, "interrupted");
+    return failure(code, Operation::kUnpack, packagePath,
+                   FileSystem::GetLastError() == 2 ? ENOENT : 0);
   }
 
   uint64_t total = seek_to(reader.handle, 0, FILE_END);
   if (seek_to(reader.handle, 0, FILE_BEGIN) != 0)
-    return failure(kDamaged, Step::kReadCatalogue, packagePath, 0, "unreadable working file");
+    return failure(kDamaged, Operation::kReadCatalogue, packagePath, 0, "unreadable working file");
 
   HandleSource source(reader.handle);
   CatalogueInfo info;
   if (unsigned code = read_catalogue(source, total, reader.languages, reader.files, info))
-    return failure(code, Step::kReadCatalogue, packagePath, 0, info.fault);
+    return failure(code, Operation::kReadCatalogue, packagePath, 0, info.fault);
   uint64_t dataStart = info.dataStart;
 
   // The catalogue was read in blocks, so the file pointer is past its end:
@@ -87,7 +90,7 @@ Status load_working_file(PackageReader& reader, const std::u16string& packagePat
   seek_to(reader.handle, dataStart, FILE_BEGIN);
   uint64_t position = current_position(reader.handle);
   if (position != dataStart)
-    return failure(kDamaged, Step::kReadCatalogue, packagePath, 0, "data area out of reach");
+    return failure(kDamaged, Operation::kReadCatalogue, packagePath, 0, "data area out of reach");
   for (FileEntry& entry : reader.files) entry.offset += position;
   return Status();
 }
@@ -110,7 +113,7 @@ Status load_package(PackageReader& reader, const std::u16string& packagePath,
       options.freeSpace(&freeBytes) == 0 && !has_space_for_package(packageSize, freeBytes)) {
     std::u16string tmp;
     FileSystem::GetTempPath(tmp);
-    return failure(ERROR_CANTWRITE, Step::kCheckSpace, tmp, 0,
+    return failure(ERROR_CANTWRITE, Operation::kCheckSpace, tmp, 0,
                    std::to_string(kSpaceReg * packageSize) + " bytes needed, " +
                        std::to_string(freeBytes) + " free");
   }
@@ -128,5 +131,6 @@ Status load_package(PackageReader& reader, const std::u16string& packagePath,
 }
 
 const char* load_failure_key(const Status& status) {
-  return status.step == Step::kCheckSpace ? "IDS_ERROR_NOSPACE" : "IDS_ERROR_DAMAGEDSOURCE";
+  return status.operation == Operation::kCheckSpace ? "IDS_ERROR_NOSPACE"
+                                                    : "IDS_ERROR_DAMAGEDSOURCE";
 }

@@ -38,7 +38,7 @@ Status create_working_file(std::u16string& directory, HANDLE& handle) {
   int fd = -1;
   int error = file_ops().open(AT_FDCWD, dir, O_TMPFILE | O_RDWR, 0600, fd);
   if (error == EOPNOTSUPP || error == EISDIR || error == EINVAL) error = create_named(dir, fd);
-  if (error) return failure(ERROR_CANTWRITE, Step::kCreateWorkFile, wide, error);
+  if (error) return failure(ERROR_CANTWRITE, Operation::kCreateWorkFile, wide, error);
   directory = wide;
   handle = reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd));
   return Status();
