@@ -10,10 +10,10 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <random>
 
 #include "compat/file_ops.h"
 #include "compat/file_system.h"
+#include "compat/random_name.h"
 #include "compat/text.h"
 
 namespace {
@@ -46,15 +46,6 @@ std::string temp_file_directory(const std::string& preferred) {
     dir = "/tmp";
   while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
   return dir;
-}
-
-std::string random_suffix() {
-  static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-  thread_local std::mt19937_64 rng{std::random_device{}() ^
-                                   (uint64_t(getpid()) << 32)};
-  std::string s(6, 'A');
-  for (char& c : s) c = kChars[rng() % (sizeof(kChars) - 1)];
-  return s;
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ const char* phrase(Operation operation) {
     case Operation::kUnpack:
       return "cannot unpack";
     case Operation::kReadCatalogue:
-      return "damaged package";
+      return kDamagedPackage;
     case Operation::kCheckTemp:
       return "cannot keep backups in";
     case Operation::kStartRun:

@@ -42,6 +42,9 @@ struct Status {
   bool ok() const { return code == 0; }
 };
 
+// What a report of a damaged package says (the installer's and the tools').
+inline constexpr char kDamagedPackage[] = "damaged package";
+
 // A failure; `code` 0 is stored as 87 so that a failure never reads as success.
 Status failure(unsigned code, Operation operation, std::u16string path = std::u16string(),
                int sysError = 0, std::string detail = std::string());

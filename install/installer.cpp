@@ -32,15 +32,9 @@ unsigned percent_of(size_t index, size_t count) {
   return static_cast<unsigned>(uint64_t(index) * 100 / count);
 }
 
-// Positions the working file at the 64-bit `offset`. SetFilePointer adds the
-// sign-extended low half to high * 2^32, so the high half is chosen to
-// compensate for a low half with its top bit set.
+// Positions the working file at the 64-bit `offset`.
 unsigned seek_to(HANDLE file, uint64_t offset) {
-  long low = static_cast<int32_t>(static_cast<uint32_t>(offset));
-  long high = static_cast<long>((int64_t(offset) - int64_t(low)) >> 32);
-  uint32_t reachedLow = FileSystem::SetFilePointer(file, low, &high, FILE_BEGIN);
-  uint64_t reached = (uint64_t(uint32_t(high)) << 32) | reachedLow;
-  if (reached == offset) return 0;
+  if (seek_file(file, offset, FILE_BEGIN) == offset) return 0;
   unsigned code = FileSystem::GetLastError();
   return code ? code : ERROR_INVALID_PARAMETER;
 }

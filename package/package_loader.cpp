@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr unsigned kDamaged = 13;
-
 // The working file as a ByteSource, read through FileSystem in the blocks
 // the catalogue reader asks for.
 class HandleSource : public ByteSource {
@@ -36,22 +34,6 @@ class HandleSource : public ByteSource {
   HANDLE m_handle;
 };
 
-// Moves the file pointer to the 64-bit `target` and returns where it ended
-// up, both through SetFilePointer's two halves. The low half is read
-// sign-extended, so the high half is adjusted to compensate.
-uint64_t seek_to(HANDLE handle, uint64_t target, unsigned method) {
-  int64_t lowSigned = static_cast<int32_t>(static_cast<uint32_t>(target));
-  long high = static_cast<long>((static_cast<int64_t>(target) - lowSigned) >> 32);
-  uint32_t low = FileSystem::SetFilePointer(handle, static_cast<long>(lowSigned), &high, method);
-  return (uint64_t(uint32_t(high)) << 32) | low;
-}
-
-uint64_t current_position(HANDLE handle) {
-  long high = 0;
-  uint32_t low = FileSystem::SetFilePointer(handle, 0, &high, FILE_CURRENT);
-  return (uint64_t(uint32_t(high)) << 32) | low;
-}
-
 // Working file, inflation and catalogue.
 Status load_working_file(PackageReader& reader, const std::u16string& packagePath,
                          const LoadOptions& options) {
@@ -75,9 +57,10 @@ Status load_working_file(PackageReader& reader, const std::u16string& packagePat
                    FileSystem::GetLastError() == 2 ? ENOENT : 0);
   }
 
-  uint64_t total = seek_to(reader.handle, 0, FILE_END);
-  if (seek_to(reader.handle, 0, FILE_BEGIN) != 0)
-    return failure(kDamaged, Operation::kReadCatalogue, packagePath, 0, "unreadable working file");
+  uint64_t total = seek_file(reader.handle, 0, FILE_END);
+  if (seek_file(reader.handle, 0, FILE_BEGIN) != 0)
+    return failure(ERROR_INVALID_DATA, Operation::kReadCatalogue, packagePath, 0,
+                   "unreadable working file");
 
   HandleSource source(reader.handle);
   CatalogueInfo info;
@@ -87,10 +70,11 @@ Status load_working_file(PackageReader& reader, const std::u16string& packagePat
 
   // The catalogue was read in blocks, so the file pointer is past its end:
   // put it at the start of the data area and take the data start from there.
-  seek_to(reader.handle, dataStart, FILE_BEGIN);
-  uint64_t position = current_position(reader.handle);
+  seek_file(reader.handle, dataStart, FILE_BEGIN);
+  uint64_t position = seek_file(reader.handle, 0, FILE_CURRENT);
   if (position != dataStart)
-    return failure(kDamaged, Operation::kReadCatalogue, packagePath, 0, "data area out of reach");
+    return failure(ERROR_INVALID_DATA, Operation::kReadCatalogue, packagePath, 0,
+                   "data area out of reach");
   for (FileEntry& entry : reader.files) entry.offset += position;
   return Status();
 }

@@ -9,8 +9,8 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <random>
 
+#include "compat/random_name.h"
 #include "compat/status.h"
 #include "compat/text.h"
 #include "starter/config_file.h"
@@ -32,14 +32,6 @@ bool resolve_target(const std::string& path, std::string& target) {
   if (stat(path.c_str(), &st) != 0 || !realpath(path.c_str(), resolved)) return false;
   target = resolved;
   return true;
-}
-
-std::string random_suffix() {
-  static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-  static std::mt19937 rng{std::random_device{}()};
-  std::string s(6, 'A');
-  for (char& c : s) c = kChars[rng() % (sizeof(kChars) - 1)];
-  return s;
 }
 
 // A new file beside the target that is removed again unless it was renamed
