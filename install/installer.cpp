@@ -13,6 +13,7 @@
 #include "install/install_process_data.h"
 #include "install/paths.h"
 #include "package/contents_check.h"
+#include "package/replace_rule.h"
 #include "texts/resources.h"
 
 namespace {
@@ -75,15 +76,6 @@ unsigned copy_contents(PackageReader& reader, uint64_t size, int fd, ContentsChe
     }
   }
   return 0;
-}
-
-// Whether what `st` describes is to be replaced by a file of `packageTime`:
-// anything but a regular file (handed on to be saved or refused), or a file
-// strictly older, to 100 ns.
-bool older_than(const struct stat64& st, const _FILETIME& packageTime) {
-  if (!S_ISREG(st.st_mode)) return true;
-  const _FILETIME installed = TimespecToFileTime(st.st_mtim.tv_sec, st.st_mtim.tv_nsec);
-  return FileTimeToU64(installed) < FileTimeToU64(packageTime);
 }
 
 // Why mkdir -p could not make `dir`, found after the fact: the first level
@@ -238,7 +230,7 @@ unsigned Installer::planEntry(const FileEntry& entry, Work& work) {
   // be newer, and it is never replaced on a guess.
   struct stat64 st;
   int error = file_ops().stat(AT_FDCWD, work.target, st, true);
-  if (error == 0 && !older_than(st, entry.time)) return 0;
+  if (error == 0 && !replaced_by_package(st, entry.time)) return 0;
   if (error != 0 && error != ENOENT && error != ENOTDIR && error != ENAMETOOLONG)
     return fail(setLastErrorByErrNo(error), Operation::kCreateFile, work.target, error);
   work.write = true;
@@ -388,7 +380,8 @@ unsigned Installer::cancelRun(unsigned percent) {
 bool Installer::compareFiles(const std::u16string& path, const _FILETIME& packageTime) {
   // The file itself is never opened, so one that cannot be read keeps its time.
   struct stat64 st;
-  return file_ops().stat(AT_FDCWD, narrow_lib(path), st, true) != 0 || older_than(st, packageTime);
+  return file_ops().stat(AT_FDCWD, narrow_lib(path), st, true) != 0 ||
+         replaced_by_package(st, packageTime);
 }
 
 unsigned Installer::stopOnError(unsigned code, unsigned percent) {
