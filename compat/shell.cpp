@@ -33,8 +33,8 @@ bool is_directory(const std::string& path) {
   return file_ops().stat(AT_FDCWD, path, st, true) == 0 && S_ISDIR(st.st_mode);
 }
 
-// The directory a temporary file goes to: $TMPDIR when it names a directory,
-// else `preferred` when it does, else /tmp.
+}  // namespace
+
 std::string temp_file_directory(const std::string& preferred) {
   const char* env = std::getenv("TMPDIR");
   std::string dir;
@@ -47,8 +47,6 @@ std::string temp_file_directory(const std::string& preferred) {
   while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
   return dir;
 }
-
-}  // namespace
 
 int run_linux_command(const char* command) {
   ++g_commandCount;

@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "compat/file_finder.h"
+#include "compat/shell.h"
 #include "compat/text.h"
 #include "compat/unicode.h"
 #include "package/replace_rule.h"
@@ -52,22 +52,11 @@ bool entry_exists(const std::u16string& path) {
   return finder.reset(path);
 }
 
-bool is_directory(const char* path) {
-  struct stat st;
-  return path && stat(path, &st) == 0 && S_ISDIR(st.st_mode);
-}
-
 // Whether the installer's probe for a listed directory succeeds. It creates
-// its probe file where a temporary file would go: in $TMPDIR when that names
-// a directory, else in the listed directory when it is one, else in /tmp.
-// A plan creates nothing, so it asks the system whether the file could be made.
+// its probe file where a temporary file would go (temp_file_directory); a
+// plan creates nothing, so it asks the system whether the file could be made.
 bool probe_succeeds(const std::u16string& dir) {
-  const char* tmpdir = std::getenv("TMPDIR");
-  const std::string listed = narrow_lib(dir);
-  const std::string where = is_directory(tmpdir)           ? tmpdir
-                            : is_directory(listed.c_str()) ? listed
-                                                           : "/tmp";
-  return access(where.c_str(), W_OK | X_OK) == 0;
+  return access(temp_file_directory(narrow_lib(dir)).c_str(), W_OK | X_OK) == 0;
 }
 
 }  // namespace
