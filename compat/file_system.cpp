@@ -17,11 +17,6 @@ std::atomic<unsigned> FileSystem::ms_lastError{0};
 
 namespace {
 
-constexpr uint64_t kEpochDifference = 11644473600ull;  // seconds from 1601 to 1970
-constexpr uint64_t kTicksPerSecond = 10000000ull;      // 100-ns ticks
-
-int fd_of(HANDLE h) { return static_cast<int>(reinterpret_cast<intptr_t>(h)); }
-
 unsigned fail_from_errno() { return setLastErrorByErrNo(errno); }
 unsigned fail_with(int error) { return setLastErrorByErrNo(error); }
 
@@ -31,37 +26,6 @@ unsigned setLastErrorByErrNo(int error) {
   unsigned code = error == ENOENT ? ERROR_FILE_NOT_FOUND : ERROR_INVALID_PARAMETER;
   FileSystem::ms_lastError = code;
   return code;
-}
-
-uint64_t FileTimeToU64(const _FILETIME& ft) {
-  return (uint64_t(ft.dwHighDateTime) << 32) | ft.dwLowDateTime;
-}
-
-_FILETIME U64ToFileTime(uint64_t value) {
-  _FILETIME ft;
-  ft.dwLowDateTime = static_cast<uint32_t>(value);
-  ft.dwHighDateTime = static_cast<uint32_t>(value >> 32);
-  return ft;
-}
-
-_FILETIME EpochToFileTime(const long& seconds) {
-  return U64ToFileTime((uint64_t(int64_t(seconds)) + kEpochDifference) * kTicksPerSecond);
-}
-
-long FileTimeToEpoch(const _FILETIME& ft) {
-  return static_cast<long>(int64_t(FileTimeToU64(ft) / kTicksPerSecond) -
-                           int64_t(kEpochDifference));
-}
-
-_FILETIME TimespecToFileTime(int64_t seconds, long nanoseconds) {
-  return U64ToFileTime((uint64_t(seconds) + kEpochDifference) * kTicksPerSecond +
-                       uint64_t(nanoseconds / 100));
-}
-
-void FileTimeToTimespec(const _FILETIME& ft, int64_t& seconds, long& nanoseconds) {
-  uint64_t ticks = FileTimeToU64(ft);
-  seconds = int64_t(ticks / kTicksPerSecond) - int64_t(kEpochDifference);
-  nanoseconds = static_cast<long>(ticks % kTicksPerSecond) * 100;
 }
 
 void Sleep(int milliseconds) {
@@ -81,7 +45,7 @@ unsigned FileSystem::CreateFile(const std::u16string& path, unsigned access, uns
   int fd = -1;
   if (int error = file_ops().open(AT_FDCWD, narrow_lib(path), flags, 0660, fd))
     return fail_with(error);
-  handle = reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd));
+  handle = handle_of(fd);
   return 0;
 }
 
@@ -136,6 +100,13 @@ uint32_t FileSystem::SetFilePointer(HANDLE h, long low, long* high, unsigned met
   if (file_ops().seek(fd_of(h), offset, whence, result) != 0) result = -1;
   if (high) *high = result < 0 ? long(0xFFFFFFFF) : long(uint64_t(result) >> 32);
   return result < 0 ? 0xFFFFFFFFu : static_cast<uint32_t>(result);
+}
+
+uint64_t seek_file(HANDLE h, uint64_t offset, unsigned method) {
+  const int64_t low = static_cast<int32_t>(static_cast<uint32_t>(offset));
+  long high = static_cast<long>((static_cast<int64_t>(offset) - low) >> 32);
+  const uint32_t reachedLow = FileSystem::SetFilePointer(h, static_cast<long>(low), &high, method);
+  return (uint64_t(uint32_t(high)) << 32) | reachedLow;
 }
 
 unsigned FileSystem::SetEndOfFile(HANDLE h) {

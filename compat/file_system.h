@@ -8,15 +8,14 @@
 #include <cstdint>
 #include <string>
 
+#include "compat/file_time.h"
+
 using HANDLE = void*;
 inline HANDLE const INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));
 
-// 100-ns intervals since 1601-01-01 00:00:00 UTC, low word first.
-struct _FILETIME {
-  uint32_t dwLowDateTime = 0;
-  uint32_t dwHighDateTime = 0;
-};
-using FILETIME = _FILETIME;
+// A handle is the file descriptor it holds.
+inline int fd_of(HANDLE h) { return static_cast<int>(reinterpret_cast<intptr_t>(h)); }
+inline HANDLE handle_of(int fd) { return reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd)); }
 
 // Accepted only to tell "given" from "null"; never used for I/O.
 struct _OVERLAPPED;
@@ -108,13 +107,10 @@ class FileSystem {
 // Maps errno: ENOENT -> 2, anything else -> 87; stores and returns the code.
 unsigned setLastErrorByErrNo(int error);
 
-// Seconds since 1970 <-> FILETIME (64-bit, both directions exact to the second).
-_FILETIME EpochToFileTime(const long& seconds);
-long FileTimeToEpoch(const _FILETIME& ft);
-// The same with the sub-second part kept (nanoseconds are rounded down to 100 ns).
-_FILETIME TimespecToFileTime(int64_t seconds, long nanoseconds);
-void FileTimeToTimespec(const _FILETIME& ft, int64_t& seconds, long& nanoseconds);
-uint64_t FileTimeToU64(const _FILETIME& ft);
-_FILETIME U64ToFileTime(uint64_t value);
+// Moves the file pointer of `h` to the 64-bit `offset` from `method` through
+// SetFilePointer's two halves (the low half is read sign-extended, so the
+// high half makes up for a low half with its top bit set) and returns where
+// the pointer stands then: all ones when the seek failed.
+uint64_t seek_file(HANDLE h, uint64_t offset, unsigned method);
 
 void Sleep(int milliseconds);

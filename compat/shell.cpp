@@ -10,10 +10,10 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <random>
 
 #include "compat/file_ops.h"
 #include "compat/file_system.h"
+#include "compat/random_name.h"
 #include "compat/text.h"
 
 namespace {
@@ -33,8 +33,8 @@ bool is_directory(const std::string& path) {
   return file_ops().stat(AT_FDCWD, path, st, true) == 0 && S_ISDIR(st.st_mode);
 }
 
-// The directory a temporary file goes to: $TMPDIR when it names a directory,
-// else `preferred` when it does, else /tmp.
+}  // namespace
+
 std::string temp_file_directory(const std::string& preferred) {
   const char* env = std::getenv("TMPDIR");
   std::string dir;
@@ -47,17 +47,6 @@ std::string temp_file_directory(const std::string& preferred) {
   while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
   return dir;
 }
-
-std::string random_suffix() {
-  static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-  thread_local std::mt19937_64 rng{std::random_device{}() ^
-                                   (uint64_t(getpid()) << 32)};
-  std::string s(6, 'A');
-  for (char& c : s) c = kChars[rng() % (sizeof(kChars) - 1)];
-  return s;
-}
-
-}  // namespace
 
 int run_linux_command(const char* command) {
   ++g_commandCount;

@@ -16,6 +16,10 @@ std::string shell_escape(const std::string& path);
 // First line of the command's standard output, its last character removed.
 std::u16string get_one_line_output(const std::u16string& command);
 
+// The directory GetTempFileName puts a new file in: $TMPDIR when it names a
+// directory, else `preferred` when it is one, else /tmp; no trailing "/".
+std::string temp_file_directory(const std::string& preferred);
+
 // Whether a new file can be created in `directory` (see GetTempFileName).
 bool isWritePermitted(const std::u16string& directory);
 

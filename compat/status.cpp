@@ -6,39 +6,61 @@
 
 namespace {
 
-const char* phrase(Step step) {
-  switch (step) {
-    case Step::kNone: return "failed";
-    case Step::kFindPackage: return "cannot find the package";
-    case Step::kCheckSpace: return "not enough free space for";
-    case Step::kCreateWorkFile: return "cannot create the working file";
-    case Step::kUnpack: return "cannot unpack";
-    case Step::kReadCatalogue: return "damaged package";
-    case Step::kCheckTemp: return "cannot keep backups in";
-    case Step::kStartRun: return "cannot prepare the installation into";
-    case Step::kLockTarget: return "another installation is running into";
-    case Step::kCreateDirectory: return "cannot create the folder";
-    case Step::kSaveOldFile: return "cannot move aside";
-    case Step::kCreateFile: return "cannot create";
-    case Step::kReadPackage: return "cannot read the package contents for";
-    case Step::kWriteFile: return "cannot write";
-    case Step::kCheckContents: return "damaged contents for";
-    case Step::kPlaceFile: return "cannot put in place";
-    case Step::kFlush: return "cannot write to disk";
-    case Step::kRollback: return "could not put back";
-    case Step::kReadStarter: return "cannot read";
-    case Step::kWriteStarter: return "cannot write";
-    case Step::kStartWorker: return "cannot start the installation";
+const char* phrase(Operation operation) {
+  switch (operation) {
+    case Operation::kNone:
+      return "failed";
+    case Operation::kFindPackage:
+      return "cannot find the package";
+    case Operation::kCheckSpace:
+      return "not enough free space for";
+    case Operation::kCreateWorkFile:
+      return "cannot create the working file";
+    case Operation::kUnpack:
+      return "cannot unpack";
+    case Operation::kReadCatalogue:
+      return kDamagedPackage;
+    case Operation::kCheckTemp:
+      return "cannot keep backups in";
+    case Operation::kStartRun:
+      return "cannot prepare the installation into";
+    case Operation::kLockTarget:
+      return "another installation is running into";
+    case Operation::kCreateDirectory:
+      return "cannot create the folder";
+    case Operation::kSaveOldFile:
+      return "cannot move aside";
+    case Operation::kCreateFile:
+      return "cannot create";
+    case Operation::kReadPackage:
+      return "cannot read the package contents for";
+    case Operation::kWriteFile:
+      return "cannot write";
+    case Operation::kCheckContents:
+      return "damaged contents for";
+    case Operation::kPlaceFile:
+      return "cannot put in place";
+    case Operation::kFlush:
+      return "cannot write to disk";
+    case Operation::kRollback:
+      return "could not put back";
+    case Operation::kReadStarter:
+      return "cannot read";
+    case Operation::kWriteStarter:
+      return "cannot write";
+    case Operation::kStartWorker:
+      return "cannot start the installation";
   }
   return "failed";
 }
 
 }  // namespace
 
-Status failure(unsigned code, Step step, std::u16string path, int sysError, std::string detail) {
+Status failure(unsigned code, Operation operation, std::u16string path, int sysError,
+               std::string detail) {
   Status status;
   status.code = code ? code : 87;
-  status.step = step;
+  status.operation = operation;
   status.path = std::move(path);
   status.sysError = sysError;
   status.detail = std::move(detail);
@@ -47,7 +69,7 @@ Status failure(unsigned code, Step step, std::u16string path, int sysError, std:
 
 std::string describe(const Status& status) {
   if (status.ok()) return std::string();
-  std::string line = phrase(status.step);
+  std::string line = phrase(status.operation);
   if (!status.path.empty()) line += " " + narrow_lib(status.path);
   if (status.sysError != 0) {
     char buffer[256];

@@ -10,13 +10,9 @@
 #include <cstring>
 #include <vector>
 
+#include "compat/unicode.h"
+
 namespace {
-
-constexpr char16_t kEscapeBase = 0xDC00;  // invalid byte 0xNN <-> unit 0xDCNN
-
-bool is_escape_unit(char16_t u) { return u >= 0xDC80 && u <= 0xDCFF; }
-bool is_high_surrogate(char16_t u) { return u >= 0xD800 && u <= 0xDBFF; }
-bool is_low_surrogate(char16_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
 
 // The byte encoding of the environment's locale, re-checked whenever the
 // locale variables change. UTF-8 (and the plain C locale, whose ASCII is a
@@ -60,45 +56,6 @@ EnvLocale& env_locale() {
   return locale;
 }
 
-// Length of the valid UTF-8 sequence at s (n bytes available) and its code
-// point, or 0 when the bytes there are not a complete valid sequence.
-size_t utf8_sequence(const unsigned char* s, size_t n, char32_t& cp) {
-  unsigned char b = s[0];
-  size_t len;
-  char32_t min;
-  if (b < 0x80) {
-    cp = b;
-    return 1;
-  } else if (b >= 0xC2 && b <= 0xDF) {
-    len = 2, cp = b & 0x1F, min = 0x80;
-  } else if (b >= 0xE0 && b <= 0xEF) {
-    len = 3, cp = b & 0x0F, min = 0x800;
-  } else if (b >= 0xF0 && b <= 0xF4) {
-    len = 4, cp = b & 0x07, min = 0x10000;
-  } else {
-    return 0;
-  }
-  if (n < len) return 0;
-  for (size_t i = 1; i < len; ++i) {
-    if ((s[i] & 0xC0) != 0x80) return 0;
-    cp = (cp << 6) | (s[i] & 0x3F);
-  }
-  if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
-  return len;
-}
-
-// A character above U+FFFF becomes a surrogate pair, so no byte of the text
-// is lost on the way back.
-void put_unit_or_pair(char32_t cp, std::u16string& out) {
-  if (cp < 0x10000) {
-    out.push_back(static_cast<char16_t>(cp));
-  } else {
-    cp -= 0x10000;
-    out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
-    out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
-  }
-}
-
 // Appends the units of the first n bytes of s, stopping at a NUL byte when
 // `stopAtNul`, else turning it into the unit 0.
 void decode(const char* src, size_t n, std::u16string& out, bool stopAtNul = true) {
@@ -106,22 +63,7 @@ void decode(const char* src, size_t n, std::u16string& out, bool stopAtNul = tru
   const size_t end = stopAtNul ? strnlen(src, n) : n;
   EnvLocale& loc = env_locale();
   if (loc.utf8()) {
-    size_t i = 0;
-    while (i < end) {
-      if (s[i] < 0x80) {
-        out.push_back(s[i++]);
-        continue;
-      }
-      char32_t cp;
-      size_t len = utf8_sequence(s + i, end - i, cp);
-      if (len == 0) {
-        out.push_back(static_cast<char16_t>(kEscapeBase | s[i]));
-        ++i;
-      } else {
-        put_unit_or_pair(cp, out);
-        i += len;
-      }
-    }
+    append_utf8_as_utf16(src, end, out);
     return;
   }
   mbstate_t state{};
@@ -141,29 +83,11 @@ void decode(const char* src, size_t n, std::u16string& out, bool stopAtNul = tru
       state = mbstate_t{};
       ++i;
     } else {
-      put_unit_or_pair(static_cast<char32_t>(wc), out);
+      put_utf16(static_cast<char32_t>(wc), out);
       i += r;
     }
   }
   uselocale(previous);
-}
-
-void put_utf8(char32_t cp, std::string& out) {
-  if (cp < 0x80) {
-    out.push_back(static_cast<char>(cp));
-  } else if (cp < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  } else if (cp < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  }
 }
 
 // Appends the bytes of the first n units of s, stopping at a 0 unit when
@@ -179,24 +103,19 @@ void encode(const char16_t* s, size_t n, std::string& out, std::vector<size_t>* 
   locale_t previous = static_cast<locale_t>(0);
   if (!loc.utf8()) previous = uselocale(loc.handle());
   mbstate_t state{};
-  for (size_t i = 0; i < n && (s[i] != 0 || !stopAtZero); ++i) {
-    char16_t u = s[i];
-    char32_t cp = u;
-    if (u == 0) {
+  for (size_t i = 0; i < n && (s[i] != 0 || !stopAtZero);) {
+    if (s[i] == 0) {
       out.push_back('\0');
       state = mbstate_t{};
-      if (ends) ends->push_back(out.size());
-      continue;
-    }
-    if (is_high_surrogate(u) && i + 1 < n && is_low_surrogate(s[i + 1])) {
-      cp = 0x10000 + ((char32_t(u) - 0xD800) << 10) + (char32_t(s[i + 1]) - 0xDC00);
       ++i;
-    } else if (is_escape_unit(u)) {
-      out.push_back(static_cast<char>(u & 0xFF));
       if (ends) ends->push_back(out.size());
       continue;
     }
-    if (loc.utf8()) {
+    bool escaped;
+    const char32_t cp = next_character(s, n, i, escaped);
+    if (escaped) {
+      out.push_back(static_cast<char>(cp));
+    } else if (loc.utf8()) {
       put_utf8(cp, out);
     } else {
       char buf[MB_LEN_MAX];

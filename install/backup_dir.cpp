@@ -48,7 +48,7 @@ Status check_temp_directory() {
   const bool othersMayWrite =
       (st.st_mode & (S_IWGRP | S_IWOTH)) != 0 || (st.st_uid != geteuid() && st.st_uid != 0);
   if (othersMayWrite && !(st.st_mode & S_ISVTX))
-    return failure(ERROR_ACCESS_DENIED, Step::kCheckTemp, widen_lib(dir), 0,
+    return failure(ERROR_ACCESS_DENIED, Operation::kCheckTemp, widen_lib(dir), 0,
                    "other users may rename what is in it (it is writable by them and has no "
                    "sticky bit); set TMPDIR to a folder of your own");
   return Status();

@@ -4,11 +4,11 @@
 
 InstallThread::~InstallThread() { join(); }
 
-int InstallThread::start(Step step, void* owner) {
+int InstallThread::start(Job job, void* owner) {
   if (m_running) return EBUSY;
   join();
   m_stop = false;
-  m_step = step;
+  m_job = job;
   m_owner = owner;
   m_createResult = -1;
   pthread_attr_t attributes;
@@ -36,7 +36,7 @@ void InstallThread::join() {
 
 void* InstallThread::thread_func(void* self) {
   auto* thread = static_cast<InstallThread*>(self);
-  while (!thread->m_stop && thread->m_step(thread->m_owner)) {
+  while (!thread->m_stop && thread->m_job(thread->m_owner)) {
   }
   thread->m_running = false;
   return nullptr;

@@ -9,18 +9,18 @@ class InstallThread {
  public:
   // One unit of work; the thread repeats it while it returns true and no stop
   // was requested. Runs on the worker thread.
-  using Step = bool (*)(void* owner);
+  using Job = bool (*)(void* owner);
 
   InstallThread() = default;
   ~InstallThread();  // waits for a running worker
   InstallThread(const InstallThread&) = delete;
   InstallThread& operator=(const InstallThread&) = delete;
 
-  // Starts the worker on `step(owner)`; `owner` must outlive the worker.
+  // Starts the worker on `job(owner)`; `owner` must outlive the worker.
   // 0, the error of thread creation, or EBUSY while a worker still runs.
   // A worker that has finished is joined first.
-  int start(Step step, void* owner);
-  // Asks the worker not to begin another step; a step under way runs on.
+  int start(Job job, void* owner);
+  // Asks the worker not to begin the job again; a job under way runs on.
   void stop();
   // True from a successful start until the worker has returned.
   bool isRunning() const;
@@ -29,7 +29,7 @@ class InstallThread {
 
  private:
   static void* thread_func(void* self);
-  Step m_step = nullptr;
+  Job m_job = nullptr;
   void* m_owner = nullptr;
   std::atomic<bool> m_stop{false};
   std::atomic<bool> m_running{false};

@@ -13,6 +13,7 @@
 #include "install/install_process_data.h"
 #include "install/paths.h"
 #include "package/contents_check.h"
+#include "package/replace_rule.h"
 #include "texts/resources.h"
 
 namespace {
@@ -32,15 +33,9 @@ unsigned percent_of(size_t index, size_t count) {
   return static_cast<unsigned>(uint64_t(index) * 100 / count);
 }
 
-// Positions the working file at the 64-bit `offset`. SetFilePointer adds the
-// sign-extended low half to high * 2^32, so the high half is chosen to
-// compensate for a low half with its top bit set.
+// Positions the working file at the 64-bit `offset`.
 unsigned seek_to(HANDLE file, uint64_t offset) {
-  long low = static_cast<int32_t>(static_cast<uint32_t>(offset));
-  long high = static_cast<long>((int64_t(offset) - int64_t(low)) >> 32);
-  uint32_t reachedLow = FileSystem::SetFilePointer(file, low, &high, FILE_BEGIN);
-  uint64_t reached = (uint64_t(uint32_t(high)) << 32) | reachedLow;
-  if (reached == offset) return 0;
+  if (seek_file(file, offset, FILE_BEGIN) == offset) return 0;
   unsigned code = FileSystem::GetLastError();
   return code ? code : ERROR_INVALID_PARAMETER;
 }
@@ -83,15 +78,6 @@ unsigned copy_contents(PackageReader& reader, uint64_t size, int fd, ContentsChe
   return 0;
 }
 
-// Whether what `st` describes is to be replaced by a file of `packageTime`:
-// anything but a regular file (handed on to be saved or refused), or a file
-// strictly older, to 100 ns.
-bool older_than(const struct stat64& st, const _FILETIME& packageTime) {
-  if (!S_ISREG(st.st_mode)) return true;
-  const _FILETIME installed = TimespecToFileTime(st.st_mtim.tv_sec, st.st_mtim.tv_nsec);
-  return FileTimeToU64(installed) < FileTimeToU64(packageTime);
-}
-
 // Why mkdir -p could not make `dir`, found after the fact: the first level
 // that is not a directory (ENOTDIR), or the first missing level whose parent
 // cannot be written. 0 when nothing explains it. `level` names the place.
@@ -124,9 +110,9 @@ int why_not_made(const std::string& dir, std::string& level) {
 
 Installer::~Installer() { closeGroup(); }
 
-unsigned Installer::fail(unsigned code, Step step, const std::string& path, int sysError,
+unsigned Installer::fail(unsigned code, Operation operation, const std::string& path, int sysError,
                          std::string detail) {
-  m_failure = ::failure(code, step, widen_lib(path), sysError, std::move(detail));
+  m_failure = ::failure(code, operation, widen_lib(path), sysError, std::move(detail));
   return m_failure.code;
 }
 
@@ -139,8 +125,8 @@ unsigned Installer::start(const std::u16string& givenDir) {
     return code;
   };
   if (givenDir.empty())
-    return refuse(fail(ERROR_PATH_NOT_FOUND, Step::kStartRun, std::string(), 0,
-                       "no target folder"));
+    return refuse(
+        fail(ERROR_PATH_NOT_FOUND, Operation::kStartRun, std::string(), 0, "no target folder"));
   if (Status unsafe = check_temp_directory(); !unsafe.ok()) {
     m_failure = unsafe;
     return refuse(unsafe.code);
@@ -149,10 +135,10 @@ unsigned Installer::start(const std::u16string& givenDir) {
   const std::string target = fold_path(spell_target(narrow_lib(givenDir), existing));
   int sysError = 0;
   if (unsigned code = m_lock.acquire(target, sysError))
-    return refuse(fail(code, code == kTargetBusy ? Step::kLockTarget : Step::kStartRun, target,
-                       sysError));
+    return refuse(fail(code, code == kTargetBusy ? Operation::kLockTarget : Operation::kStartRun,
+                       target, sysError));
   if (unsigned code = m_rollback.start(givenDir)) {
-    fail(code, Step::kStartRun, target, m_rollback.journalError());
+    fail(code, Operation::kStartRun, target, m_rollback.journalError());
     return stopOnError(code, 0);
   }
   return 0;
@@ -165,7 +151,7 @@ unsigned Installer::run(InstallProcessData* data) {
   std::u16string givenDir;
   data->get(reader, givenDir);
   if (!reader) {
-    fail(ERROR_INVALID_PARAMETER, Step::kReadPackage, std::string(), 0);
+    fail(ERROR_INVALID_PARAMETER, Operation::kReadPackage, std::string(), 0);
     return stopOnError(ERROR_INVALID_PARAMETER, 0);
   }
   if (unsigned code = start(givenDir)) return code;
@@ -191,7 +177,7 @@ unsigned Installer::run(InstallProcessData* data) {
   // The installed files reach the disk before their backups are discarded.
   if (unsigned code = flushFolders()) return stopOnError(code, 100);
   if (unsigned code = m_rollback.stop()) {
-    fail(code, Step::kFlush, m_rollback.target(), m_rollback.journalError());
+    fail(code, Operation::kFlush, m_rollback.target(), m_rollback.journalError());
     return stopOnError(code, 100);
   }
   m_lock.release();
@@ -233,7 +219,7 @@ unsigned Installer::planGroup(const PackageReader& reader, size_t first) {
   }
   // The group's records reach the disk before any of its changes.
   if (unsigned code = m_rollback.barrier())
-    return fail(code, Step::kStartRun, m_group.empty() ? target : m_group[0].target,
+    return fail(code, Operation::kStartRun, m_group.empty() ? target : m_group[0].target,
                 m_rollback.journalError());
   return 0;
 }
@@ -244,18 +230,18 @@ unsigned Installer::planEntry(const FileEntry& entry, Work& work) {
   // be newer, and it is never replaced on a guess.
   struct stat64 st;
   int error = file_ops().stat(AT_FDCWD, work.target, st, true);
-  if (error == 0 && !older_than(st, entry.time)) return 0;
+  if (error == 0 && !replaced_by_package(st, entry.time)) return 0;
   if (error != 0 && error != ENOENT && error != ENOTDIR && error != ENAMETOOLONG)
-    return fail(setLastErrorByErrNo(error), Step::kCreateFile, work.target, error);
+    return fail(setLastErrorByErrNo(error), Operation::kCreateFile, work.target, error);
   work.write = true;
   // A name longer than any the file system holds cannot be created.
   if (work.target.size() - work.target.rfind('/') - 1 > NAME_MAX)
-    return fail(ERROR_INVALID_PARAMETER, Step::kCreateFile, work.target, ENAMETOOLONG);
+    return fail(ERROR_INVALID_PARAMETER, Operation::kCreateFile, work.target, ENAMETOOLONG);
   unsigned code = m_rollback.prepareStore(work.target, work.move);
   work.fresh = code == ERROR_FILE_NOT_FOUND;
-  if (code == ERROR_ALREADY_EXISTS) return fail(code, Step::kSaveOldFile, work.target, EISDIR);
+  if (code == ERROR_ALREADY_EXISTS) return fail(code, Operation::kSaveOldFile, work.target, EISDIR);
   if (code != 0 && !work.fresh)
-    return fail(code, Step::kSaveOldFile, work.target, 0, "it could not be moved aside");
+    return fail(code, Operation::kSaveOldFile, work.target, 0, "it could not be moved aside");
   m_rollback.prepareDirectory(work.spelledDir);
   return m_rollback.prepareTempFile(work.target, work.temp);
 }
@@ -271,15 +257,15 @@ unsigned Installer::actGroup(PackageReader& reader, const std::u16string& givenD
     if (work.write) {
       if (work.move) {
         if (unsigned code = m_rollback.moveAside(work.target))
-          return fail(code, Step::kSaveOldFile, work.target, 0, "it could not be moved aside");
+          return fail(code, Operation::kSaveOldFile, work.target, 0, "it could not be moved aside");
       }
       if (unsigned code = m_rollback.makeDirectory(work.spelledDir)) {
         std::string level;
         const std::string dir = parent_of(work.target);
         int why = why_not_made(work.spelledDir, level);
         // A file standing where a folder must go: the file cannot be created.
-        if (why == ENOTDIR) return fail(code, Step::kCreateFile, work.target, why);
-        return fail(code, Step::kCreateDirectory, level.empty() ? dir : level, why,
+        if (why == ENOTDIR) return fail(code, Operation::kCreateFile, work.target, why);
+        return fail(code, Operation::kCreateDirectory, level.empty() ? dir : level, why,
                     why ? std::string() : "mkdir -p failed");
       }
       if (unsigned code = writeContents(reader, entry, work)) return code;
@@ -305,19 +291,20 @@ unsigned Installer::writeContents(PackageReader& reader, const FileEntry& entry,
   const auto [dir, name] = place(work, work.temp);
   if (int error = file_ops().open(dir, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0660,
                                   work.fd))
-    return fail(setLastErrorByErrNo(error), Step::kCreateFile, work.target, error);
+    return fail(setLastErrorByErrNo(error), Operation::kCreateFile, work.target, error);
   if (unsigned code = seek_to(reader.handle, entry.offset))
-    return fail(code, Step::kReadPackage, work.target, 0, "the working file cannot be positioned");
+    return fail(code, Operation::kReadPackage, work.target, 0,
+                "the working file cannot be positioned");
   ContentsCheck check(entry);
   int error = 0;
   if (unsigned code = copy_contents(reader, entry.size, work.fd, check, error)) {
-    if (code == kShortWriteError) return fail(code, Step::kWriteFile, work.target, error);
-    return fail(code, Step::kReadPackage, work.target, 0,
+    if (code == kShortWriteError) return fail(code, Operation::kWriteFile, work.target, error);
+    return fail(code, Operation::kReadPackage, work.target, 0,
                 code == kTruncatedSourceError ? "the working file ends early" : std::string());
   }
   // The contents are written, not yet in place: damaged ones never are.
   if (!check.matches())
-    return fail(kTruncatedSourceError, Step::kCheckContents, work.target, 0,
+    return fail(kTruncatedSourceError, Operation::kCheckContents, work.target, 0,
                 "the contents do not match the package's check value");
   // A file without the package's time would pass for newer than it is.
   int64_t seconds;
@@ -327,7 +314,7 @@ unsigned Installer::writeContents(PackageReader& reader, const FileEntry& entry,
   struct stat64 st;
   if ((error = file_ops().setTimes(work.fd, std::string(), times)) ||
       (error = file_ops().stat(work.fd, std::string(), st, true)))
-    return fail(setLastErrorByErrNo(error), Step::kWriteFile, work.target, error);
+    return fail(setLastErrorByErrNo(error), Operation::kWriteFile, work.target, error);
   file_ops().startWriteback(work.fd, 0, 0);
   return m_rollback.recordPlaced(work.target, st.st_ino, uint64_t(st.st_size), st.st_mtim,
                                  work.fresh);
@@ -336,14 +323,14 @@ unsigned Installer::writeContents(PackageReader& reader, const FileEntry& entry,
 unsigned Installer::placeGroup() {
   // The records of the placed files reach the disk before any takes its place.
   if (unsigned code = m_rollback.barrier())
-    return fail(code, Step::kStartRun, m_group[0].target, m_rollback.journalError());
+    return fail(code, Operation::kStartRun, m_group[0].target, m_rollback.journalError());
   for (Work& work : m_group) {
     if (!work.write) continue;
     m_acting = work.index;
     const auto [fromDir, from] = place(work, work.temp);
     const auto [toDir, to] = place(work, work.target);
     if (int error = file_ops().rename(fromDir, from, toDir, to))
-      return fail(setLastErrorByErrNo(error), Step::kPlaceFile, work.target, error);
+      return fail(setLastErrorByErrNo(error), Operation::kPlaceFile, work.target, error);
     m_placedFolders.insert(parent_of(work.target));
   }
   for (Work& work : m_group) {
@@ -353,7 +340,7 @@ unsigned Installer::placeGroup() {
     work.fd = -1;
     if (work.dirFd >= 0) file_ops().close(work.dirFd);
     work.dirFd = -1;
-    if (error) return fail(ERROR_CANTWRITE, Step::kFlush, work.target, error);
+    if (error) return fail(ERROR_CANTWRITE, Operation::kFlush, work.target, error);
   }
   return 0;
 }
@@ -369,7 +356,7 @@ unsigned Installer::flushFolders() {
       error = file_ops().flush(fd);
       file_ops().close(fd);
     }
-    if (error) return fail(ERROR_CANTWRITE, Step::kFlush, dir, error);
+    if (error) return fail(ERROR_CANTWRITE, Operation::kFlush, dir, error);
   }
   return 0;
 }
@@ -393,12 +380,13 @@ unsigned Installer::cancelRun(unsigned percent) {
 bool Installer::compareFiles(const std::u16string& path, const _FILETIME& packageTime) {
   // The file itself is never opened, so one that cannot be read keeps its time.
   struct stat64 st;
-  return file_ops().stat(AT_FDCWD, narrow_lib(path), st, true) != 0 || older_than(st, packageTime);
+  return file_ops().stat(AT_FDCWD, narrow_lib(path), st, true) != 0 ||
+         replaced_by_package(st, packageTime);
 }
 
 unsigned Installer::stopOnError(unsigned code, unsigned percent) {
   if (code == 0) code = ERROR_INVALID_PARAMETER;  // a failure is never reported as success
-  if (m_failure.ok()) m_failure = ::failure(code, Step::kNone);
+  if (m_failure.ok()) m_failure = ::failure(code, Operation::kNone);
   m_failure.code = code;
   closeGroup();
   m_data->setInstallState(code, LoadResString("IDS_INSTALL_ERROR"), static_cast<int>(percent));

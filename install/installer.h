@@ -46,7 +46,7 @@ class Installer {
 
   // The journal of the run, for inspection after it.
   const Rollback& rollbackJournal() const { return m_rollback; }
-  // What failed: the code published, the step, the path and the system's
+  // What failed: the code published, the operation, the path and the system's
   // reason. ok() after success and after a cancel.
   const Status& failure() const { return m_failure; }
   // The backup directory the rollback had to keep because something could
@@ -87,7 +87,7 @@ class Installer {
   // Publishes (code, error text, percent), then rolls back; returns the code.
   // m_failure says what failed.
   unsigned stopOnError(unsigned code, unsigned percent);
-  unsigned fail(unsigned code, Step step, const std::string& path, int sysError,
+  unsigned fail(unsigned code, Operation operation, const std::string& path, int sysError,
                 std::string detail = std::string());
 
   Rollback m_rollback;

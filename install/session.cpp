@@ -25,8 +25,8 @@ bool InstallSession::start(const std::u16string& target) {
   m_target = target;
   // Never install relative to the working directory.
   if (target.empty()) {
-    m_outcome.status = failure(ERROR_PATH_NOT_FOUND, Step::kNone, std::u16string(), 0,
-                               "no target folder");
+    m_outcome.status =
+        failure(ERROR_PATH_NOT_FOUND, Operation::kNone, std::u16string(), 0, "no target folder");
     m_outcome.messageKey = "IDS_SETUP_EMPTYTARGET";
     m_finished = true;
     return false;
@@ -36,7 +36,7 @@ bool InstallSession::start(const std::u16string& target) {
   m_returned = false;
   if (int error = m_thread.start(&InstallSession::updateProgress, this)) {
     m_returned = true;
-    m_outcome.status = failure(ERROR_INVALID_PARAMETER, Step::kStartWorker, target, error);
+    m_outcome.status = failure(ERROR_INVALID_PARAMETER, Operation::kStartWorker, target, error);
     m_finished = true;
     return false;
   }
@@ -128,7 +128,7 @@ const InstallOutcome& InstallSession::finish() {
     case OutcomeKind::kFailed:
     case OutcomeKind::kStarterNotWritten:
       m_outcome.messageKey = "IDS_INSTALL_ERROR";
-      m_outcome.status = m_runFailure.ok() ? failure(p.state, Step::kNone) : m_runFailure;
+      m_outcome.status = m_runFailure.ok() ? failure(p.state, Operation::kNone) : m_runFailure;
       m_outcome.keptBackupDir = m_keptBackupDir;
       break;
   }

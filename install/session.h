@@ -26,7 +26,7 @@ enum class OutcomeKind {
 
 struct InstallOutcome {
   OutcomeKind kind = OutcomeKind::kFailed;
-  // What failed: the run's step and path, or the starter file and why.
+  // What failed: the run's operation and path, or the starter file and why.
   Status status;
   // The resource key of what the user is told about the failure.
   const char* messageKey = "IDS_INSTALL_ERROR";
@@ -92,7 +92,7 @@ class InstallSession {
   const InstallOutcome& finish();
   const InstallOutcome& outcome() const { return m_outcome; }
 
- // The worker's step: one installation run. Always false (run once).
+  // The worker's job: one installation run. Always false (run once).
   static bool updateProgress(void* session);
 
  private:

@@ -22,13 +22,14 @@ StartupReport prepare_installation(const std::u16string& packagePath, PackageRea
     (run.complete ? report.restored : report.notRestored)
         .push_back(run.complete ? run.targetDir : run.backupDir);
   if (recovery.stopped) {
-    report.status = failure(ERROR_CANCELLED, Step::kRollback, std::u16string(), 0, "interrupted");
+    report.status =
+        failure(ERROR_CANCELLED, Operation::kRollback, std::u16string(), 0, "interrupted");
     return report;
   }
 
   FileFinder finder;
   if (packagePath.empty() || !finder.reset(packagePath)) {
-    report.status = failure(ERROR_FILE_NOT_FOUND, Step::kFindPackage, packagePath, ENOENT);
+    report.status = failure(ERROR_FILE_NOT_FOUND, Operation::kFindPackage, packagePath, ENOENT);
     return report;
   }
   finder.close();
@@ -40,7 +41,7 @@ StartupReport prepare_installation(const std::u16string& packagePath, PackageRea
 }
 
 const char* startup_failure_key(const Status& status) {
-  if (status.step == Step::kFindPackage) return "IDS_ERROR_NOSOURCE";
-  if (status.step == Step::kCheckTemp) return "IDS_INSTALL_ERROR";
+  if (status.operation == Operation::kFindPackage) return "IDS_ERROR_NOSOURCE";
+  if (status.operation == Operation::kCheckTemp) return "IDS_INSTALL_ERROR";
   return load_failure_key(status);
 }

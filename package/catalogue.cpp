@@ -6,10 +6,8 @@
 
 #include "package/package_layout.h"
 
-
 namespace {
 
-constexpr unsigned kDamaged = 13;
 constexpr size_t kReadBlock = 65536;
 
 // Front-to-back reading of the working file with bounds known in advance:
@@ -26,14 +24,14 @@ class Reader {
 
   // Copies `count` bytes; false (with the error set) when they are not all there.
   bool take(void* out, uint64_t count, const char* what) {
-    if (count > left()) return fail(kDamaged, what);
+    if (count > left()) return fail(ERROR_INVALID_DATA, what);
     auto* dst = static_cast<uint8_t*>(out);
     while (count != 0) {
       if (m_begin == m_end) {
         if (count >= kReadBlock) {  // large field: straight into place
           size_t got = 0;
           if (unsigned code = m_in.read(dst, count, &got)) return fail(code, "read error");
-          if (got != count) return fail(kDamaged, "the file is shorter than its size");
+          if (got != count) return fail(ERROR_INVALID_DATA, "the file is shorter than its size");
           m_position += count;
           return true;
         }
@@ -70,7 +68,7 @@ class Reader {
     size_t want = static_cast<size_t>(std::min<uint64_t>(kReadBlock, left()));
     size_t got = 0;
     if (unsigned code = m_in.read(m_block.get(), want, &got)) return fail(code, "read error");
-    if (got == 0) return fail(kDamaged, "the file is shorter than its size");
+    if (got == 0) return fail(ERROR_INVALID_DATA, "the file is shorter than its size");
     m_begin = 0;
     m_end = got;
     return true;
@@ -129,7 +127,7 @@ bool read_string(Reader& in, std::u16string& out, std::vector<uint8_t>& scratch)
   uint32_t count;
   if (!in.u32(count, "the file ends inside a header string")) return false;
   if (uint64_t(count) * 2 > in.left())
-    return in.fail(kDamaged, "a header string runs past the end");
+    return in.fail(ERROR_INVALID_DATA, "a header string runs past the end");
   scratch.resize(size_t(count) * 2);
   if (!in.take(scratch.data(), scratch.size(), "a header string runs past the end")) return false;
   RecordView view(scratch.data(), scratch.size());
@@ -140,8 +138,9 @@ bool read_string(Reader& in, std::u16string& out, std::vector<uint8_t>& scratch)
 bool read_record(Reader& in, uint32_t minSize, std::vector<uint8_t>& record) {
   uint32_t size;
   if (!in.u32(size, "the file ends inside a record size")) return false;
-  if (size < minSize) return in.fail(kDamaged, "a record is smaller than its fields");
-  if (uint64_t(size) - 4 > in.left()) return in.fail(kDamaged, "a record runs past the end");
+  if (size < minSize) return in.fail(ERROR_INVALID_DATA, "a record is smaller than its fields");
+  if (uint64_t(size) - 4 > in.left())
+    return in.fail(ERROR_INVALID_DATA, "a record runs past the end");
   record.resize(size - 4);
   return in.take(record.data(), record.size(), "a record runs past the end");
 }
@@ -187,14 +186,14 @@ bool parse(Reader& in, std::vector<LanguageEntry>& languages, std::vector<FileEn
     uint32_t count;
     if (!in.u32(count, "the file ends inside the language count")) return false;
     if (uint64_t(count) * layout::kMinLanguageRecordSize > in.left())
-      return in.fail(kDamaged, "more language records than the file can hold");
+      return in.fail(ERROR_INVALID_DATA, "more language records than the file can hold");
     for (uint32_t i = 0; i < count; ++i) {
       if (!read_record(in, layout::kMinLanguageRecordSize, scratch)) return false;
       RecordView record(scratch.data(), scratch.size());
       LanguageEntry entry;
       if (!record.string(entry.language) || !record.string(entry.title1) ||
           !record.string(entry.title2) || !record.string(entry.descriptionRef))
-        return in.fail(kDamaged, "a language string runs past its record");
+        return in.fail(ERROR_INVALID_DATA, "a language string runs past its record");
       languages.push_back(std::move(entry));
     }
   }
@@ -203,7 +202,7 @@ bool parse(Reader& in, std::vector<LanguageEntry>& languages, std::vector<FileEn
   uint32_t count;
   if (!in.u32(count, "the file ends inside the file count")) return false;
   if (uint64_t(count) * layout::kMinFileRecordSize > in.left())
-    return in.fail(kDamaged, "more file records than the file can hold");
+    return in.fail(ERROR_INVALID_DATA, "more file records than the file can hold");
   for (uint32_t i = 0; i < count; ++i) {
     if (!read_record(in, layout::kMinFileRecordSize, scratch)) return false;
     RecordView record(scratch.data(), scratch.size());
@@ -212,11 +211,11 @@ bool parse(Reader& in, std::vector<LanguageEntry>& languages, std::vector<FileEn
     if (!record.u32(nameLength) || !record.units(nameLength, entry.name) ||
         !record.u32(entry.time.dwLowDateTime) || !record.u32(entry.time.dwHighDateTime) ||
         !record.u32(offset) || !record.u32(size))
-      return in.fail(kDamaged, "a file record's fields run past its record");
+      return in.fail(ERROR_INVALID_DATA, "a file record's fields run past its record");
     entry.offset = offset;
     entry.size = size;
     if (!read_check(record, entry))
-      return in.fail(kDamaged, "a file record does not match its check");
+      return in.fail(ERROR_INVALID_DATA, "a file record does not match its check");
     files.push_back(std::move(entry));
   }
   return true;
@@ -260,14 +259,14 @@ unsigned read_catalogue(ByteSource& in, uint64_t totalSize, std::vector<Language
   info = CatalogueInfo();
   if (!parse(reader, languages, files, info)) {
     info.fault = reader.fault();
-    return reader.error() != 0 ? reader.error() : kDamaged;
+    return reader.error() != 0 ? reader.error() : ERROR_INVALID_DATA;
   }
   info.dataStart = reader.position();
   uint64_t dataSize = totalSize - info.dataStart;
   for (const FileEntry& entry : files) {
     if (const char* fault = catalogue_entry_fault(entry.name, entry.offset, entry.size, dataSize)) {
       info.fault = fault;
-      return kDamaged;
+      return ERROR_INVALID_DATA;
     }
   }
   // With every record checked (the builder checks all or none), the data
@@ -283,7 +282,7 @@ unsigned read_catalogue(ByteSource& in, uint64_t totalSize, std::vector<Language
   }
   if (allChecked && end != dataSize) {
     info.fault = "the data area holds more than the checked files' contents";
-    return kDamaged;
+    return ERROR_INVALID_DATA;
   }
   return 0;
 }

@@ -41,8 +41,6 @@ class HandleSink : public InflateSink {
   int m_error = 0;
 };
 
-int fd_of(HANDLE h) { return static_cast<int>(reinterpret_cast<intptr_t>(h)); }
-
 }  // namespace
 
 unsigned LZCompressor::pack(const std::u16string&, const std::u16string&) { return 1; }
@@ -73,10 +71,8 @@ unsigned LZCompressor::unpack(const std::u16string& src, HANDLE out, const Unpac
   unsigned code = FileSystem::CreateFile(src, GENERIC_READ, 0, OPEN_EXISTING, in);
   if (code != 0) return code;
 
-  long high = 0;
-  uint32_t low = FileSystem::SetFilePointer(in, 0, &high, FILE_END);
-  uint64_t size = (uint64_t(uint32_t(high)) << 32) | low;
-  if (low == 0xFFFFFFFFu && uint32_t(high) == 0xFFFFFFFFu) size = 0;  // seek failed: not a file
+  uint64_t size = seek_file(in, 0, FILE_END);
+  if (size == UINT64_MAX) size = 0;  // seek failed: not a file
 
   const uint8_t* mapping = nullptr;
   if (size != 0) {

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr unsigned kDamaged = 13;
-
 // The working file as a ByteSource, read through FileSystem in the blocks
 // the catalogue reader asks for.
 class HandleSource : public ByteSource {
@@ -36,22 +34,6 @@ class HandleSource : public ByteSource {
   HANDLE m_handle;
 };
 
-// Moves the file pointer to the 64-bit `target` and returns where it ended
-// up, both through SetFilePointer's two halves. The low half is read
-// sign-extended, so the high half is adjusted to compensate.
-uint64_t seek_to(HANDLE handle, uint64_t target, unsigned method) {
-  int64_t lowSigned = static_cast<int32_t>(static_cast<uint32_t>(target));
-  long high = static_cast<long>((static_cast<int64_t>(target) - lowSigned) >> 32);
-  uint32_t low = FileSystem::SetFilePointer(handle, static_cast<long>(lowSigned), &high, method);
-  return (uint64_t(uint32_t(high)) << 32) | low;
-}
-
-uint64_t current_position(HANDLE handle) {
-  long high = 0;
-  uint32_t low = FileSystem::SetFilePointer(handle, 0, &high, FILE_CURRENT);
-  return (uint64_t(uint32_t(high)) << 32) | low;
-}
-
 // Working file, inflation and catalogue.
 Status load_working_file(PackageReader& reader, const std::u16string& packagePath,
                          const LoadOptions& options) {
@@ -69,29 +51,31 @@ Status load_working_file(PackageReader& reader, const std::u16string& packagePat
     // Any other failure is the package's own open or mapping, the last
     // system call made: its errno is the system's reason.
     const int packageError = errno;
-    if (code == ERROR_CANTWRITE) return failure(code, Step::kUnpack, reader.workingDir, writeError);
+    if (code == ERROR_CANTWRITE) return failure(code, Operation::kUnpack, reader.workingDir, writeError);
     if (code == ERROR_INVALID_DATA)
-      return failure(code, Step::kUnpack, packagePath, 0, "not a valid compressed stream");
-    if (code == ERROR_CANCELLED) return failure(code, Step::kUnpack, packagePath, 0, "interrupted");
-    return failure(code, Step::kUnpack, packagePath, packageError);
+      return failure(code, Operation::kUnpack, packagePath, 0, "not a valid compressed stream");
+    if (code == ERROR_CANCELLED) return failure(code, Operation::kUnpack, packagePath, 0, "interrupted");
+    return failure(code, Operation::kUnpack, packagePath, packageError);
   }
 
-  uint64_t total = seek_to(reader.handle, 0, FILE_END);
-  if (seek_to(reader.handle, 0, FILE_BEGIN) != 0)
-    return failure(kDamaged, Step::kReadCatalogue, packagePath, 0, "unreadable working file");
+  uint64_t total = seek_file(reader.handle, 0, FILE_END);
+  if (seek_file(reader.handle, 0, FILE_BEGIN) != 0)
+    return failure(ERROR_INVALID_DATA, Operation::kReadCatalogue, packagePath, 0,
+                   "unreadable working file");
 
   HandleSource source(reader.handle);
   CatalogueInfo info;
   if (unsigned code = read_catalogue(source, total, reader.languages, reader.files, info))
-    return failure(code, Step::kReadCatalogue, packagePath, 0, info.fault);
+    return failure(code, Operation::kReadCatalogue, packagePath, 0, info.fault);
   uint64_t dataStart = info.dataStart;
 
   // The catalogue was read in blocks, so the file pointer is past its end:
   // put it at the start of the data area and take the data start from there.
-  seek_to(reader.handle, dataStart, FILE_BEGIN);
-  uint64_t position = current_position(reader.handle);
+  seek_file(reader.handle, dataStart, FILE_BEGIN);
+  uint64_t position = seek_file(reader.handle, 0, FILE_CURRENT);
   if (position != dataStart)
-    return failure(kDamaged, Step::kReadCatalogue, packagePath, 0, "data area out of reach");
+    return failure(ERROR_INVALID_DATA, Operation::kReadCatalogue, packagePath, 0,
+                   "data area out of reach");
   for (FileEntry& entry : reader.files) entry.offset += position;
   return Status();
 }
@@ -114,7 +98,7 @@ Status load_package(PackageReader& reader, const std::u16string& packagePath,
       options.freeSpace(&freeBytes) == 0 && !has_space_for_package(packageSize, freeBytes)) {
     std::u16string tmp;
     FileSystem::GetTempPath(tmp);
-    return failure(ERROR_CANTWRITE, Step::kCheckSpace, tmp, 0,
+    return failure(ERROR_CANTWRITE, Operation::kCheckSpace, tmp, 0,
                    std::to_string(kSpaceReg * packageSize) + " bytes needed, " +
                        std::to_string(freeBytes) + " free");
   }
@@ -132,5 +116,6 @@ Status load_package(PackageReader& reader, const std::u16string& packagePath,
 }
 
 const char* load_failure_key(const Status& status) {
-  return status.step == Step::kCheckSpace ? "IDS_ERROR_NOSPACE" : "IDS_ERROR_DAMAGEDSOURCE";
+  return status.operation == Operation::kCheckSpace ? "IDS_ERROR_NOSPACE"
+                                                    : "IDS_ERROR_DAMAGEDSOURCE";
 }

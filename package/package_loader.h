@@ -35,11 +35,11 @@ struct LoadOptions {
 bool has_space_for_package(uint64_t packageSize, uint64_t freeBytes);
 
 // Loads `packagePath` into `reader`, which must be empty (no working file).
-// On failure the status names the step: Step::kCheckSpace (too little room
-// in the temporary directory), Step::kCreateWorkFile, Step::kUnpack (a
+// On failure the status names the operation: Operation::kCheckSpace (too little room
+// in the temporary directory), Operation::kCreateWorkFile, Operation::kUnpack (a
 // corrupt stream, a full disk with sysError ENOSPC, a package that cannot
 // be opened or mapped with the system's errno, or code 1223 after a stop
-// request) or Step::kReadCatalogue (damaged contents). On success
+// request) or Operation::kReadCatalogue (damaged contents). On success
 // the reader holds the languages and the files (offsets absolute in the
 // working file), the working file is open read-write and positioned at the
 // start of its data area, and the reader's destructor closes and deletes

@@ -3,26 +3,17 @@
 #include <errno.h>
 #include <fcntl.h>
 
-#include <random>
-
 #include "compat/file_ops.h"
+#include "compat/random_name.h"
 #include "compat/text.h"
 
 namespace {
-
-std::string random_name() {
-  static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-  std::random_device device;
-  std::string name = "kpt";
-  for (int i = 0; i < 6; ++i) name += kChars[device() % (sizeof kChars - 1)];
-  return name;
-}
 
 // A new named file, its name removed as soon as it is open.
 int create_named(const std::string& directory, int& fd) {
   int error = EEXIST;
   for (int attempt = 0; attempt < 100 && error == EEXIST; ++attempt) {
-    const std::string path = directory + random_name();
+    const std::string path = directory + "kpt" + random_suffix();
     error = file_ops().open(AT_FDCWD, path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600, fd);
     if (!error) file_ops().unlink(AT_FDCWD, path, false);
   }
@@ -38,8 +29,8 @@ Status create_working_file(std::u16string& directory, HANDLE& handle) {
   int fd = -1;
   int error = file_ops().open(AT_FDCWD, dir, O_TMPFILE | O_RDWR, 0600, fd);
   if (error == EOPNOTSUPP || error == EISDIR || error == EINVAL) error = create_named(dir, fd);
-  if (error) return failure(ERROR_CANTWRITE, Step::kCreateWorkFile, wide, error);
+  if (error) return failure(ERROR_CANTWRITE, Operation::kCreateWorkFile, wide, error);
   directory = wide;
-  handle = reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd));
+  handle = handle_of(fd);
   return Status();
 }

@@ -23,7 +23,7 @@ void read_config_file(const std::u16string& path, ConfigFile& config);
 // renamed over it, so on failure the old file is untouched and no staging
 // file remains. A link is written through; a path that names something
 // other than a regular file, or a link that leads nowhere, is not written.
-// Failure (step kWriteStarter, `path`): code 1 when the file cannot be
+// Failure (operation kWriteStarter, `path`): code 1 when the file cannot be
 // opened or created (or is not a regular file), 2 when writing or replacing
 // it failed.
 Status write_config_file(const std::u16string& path, const ConfigFile& config);

@@ -9,8 +9,8 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <random>
 
+#include "compat/random_name.h"
 #include "compat/status.h"
 #include "compat/text.h"
 #include "starter/config_file.h"
@@ -32,14 +32,6 @@ bool resolve_target(const std::string& path, std::string& target) {
   if (stat(path.c_str(), &st) != 0 || !realpath(path.c_str(), resolved)) return false;
   target = resolved;
   return true;
-}
-
-std::string random_suffix() {
-  static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-  static std::mt19937 rng{std::random_device{}()};
-  std::string s(6, 'A');
-  for (char& c : s) c = kChars[rng() % (sizeof(kChars) - 1)];
-  return s;
 }
 
 // A new file beside the target that is removed again unless it was renamed
@@ -118,22 +110,22 @@ Status write_config_file(const std::u16string& path, const ConfigFile& config) {
   // The new text is narrow whatever the old file was (UTF-16 included).
   std::string target;
   if (!resolve_target(narrow_lib(path), target))
-    return failure(kCannotOpen, Step::kWriteStarter, path, 0, "a link that leads nowhere");
+    return failure(kCannotOpen, Operation::kWriteStarter, path, 0, "a link that leads nowhere");
   struct stat old;
   bool existed = stat(target.c_str(), &old) == 0;
   // Only a regular file is replaced: a FIFO, a device or a directory in its
   // place is left alone (and never opened).
   if (existed && S_ISDIR(old.st_mode))
-    return failure(kCannotOpen, Step::kWriteStarter, path, EISDIR);
+    return failure(kCannotOpen, Operation::kWriteStarter, path, EISDIR);
   if (existed && !S_ISREG(old.st_mode))
-    return failure(kCannotOpen, Step::kWriteStarter, path, 0, "not a regular file");
+    return failure(kCannotOpen, Operation::kWriteStarter, path, 0, "not a regular file");
   // What could not be opened for writing in place is not replaced either.
   if (existed && access(target.c_str(), W_OK) != 0)
-    return failure(kCannotOpen, Step::kWriteStarter, path, errno);
+    return failure(kCannotOpen, Operation::kWriteStarter, path, errno);
 
   StagingFile staging;
   if (int error = staging.create(target, existed ? &old : nullptr))
-    return failure(kCannotOpen, Step::kWriteStarter, path, error);
+    return failure(kCannotOpen, Operation::kWriteStarter, path, error);
   // "key=value" and a line feed per value; a NUL in a key or value is
   // written like any other character.
   for (const ConfigFile::Entry& entry : config.entries()) {
@@ -141,9 +133,10 @@ Status write_config_file(const std::u16string& path, const ConfigFile& config) {
     for (const std::u16string& value : entry.values) {
       const std::string line = key + narrow_all(value) + "\n";
       if (std::fwrite(line.data(), 1, line.size(), staging.stream()) != line.size())
-        return failure(kWriteFailed, Step::kWriteStarter, path, errno);
+        return failure(kWriteFailed, Operation::kWriteStarter, path, errno);
     }
   }
-  if (int error = staging.commit(target)) return failure(kWriteFailed, Step::kWriteStarter, path, error);
+  if (int error = staging.commit(target))
+    return failure(kWriteFailed, Operation::kWriteStarter, path, error);
   return Status{};
 }

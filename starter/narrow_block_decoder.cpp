@@ -1,6 +1,7 @@
 #include "starter/narrow_block_decoder.h"
 
 #include "compat/text.h"
+#include "compat/unicode.h"
 
 namespace {
 
@@ -10,7 +11,7 @@ constexpr size_t kMaxHeldBack = 3;
 
 bool is_escape_of(char16_t unit, char byte) {
   unsigned char b = static_cast<unsigned char>(byte);
-  return b >= 0x80 && unit == static_cast<char16_t>(0xDC00 | b);
+  return b >= 0x80 && unit == static_cast<char16_t>(kEscapeBase | b);
 }
 
 // How many trailing bytes of `block` could still change meaning with more

@@ -83,5 +83,5 @@ class Starter {
 void get_tmplts_list(std::vector<std::u16string>& list, bool localFirst, bool base);
 
 // Stores `list` in the per-user starter file (Starter(base).setTmpltsList).
-// On failure (code 1 or 2, step kWriteStarter) the file stays as it was.
+// On failure (code 1 or 2, operation kWriteStarter) the file stays as it was.
 Status set_tmplts_list(const std::vector<std::u16string>& list, bool base);

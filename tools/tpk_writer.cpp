@@ -1,10 +1,9 @@
+// Writing a package: the header and catalogue bytes, then every file's
+// contents, as one raw deflate stream.
 #include "tools/tpk_writer.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -19,67 +18,10 @@ namespace tpk {
 
 namespace {
 
-constexpr int64_t kEpochDifference = 11644473600;  // seconds from 1601 to 1970
-constexpr uint64_t kTicksPerSecond = 10000000;
-constexpr size_t kReadChunk = 1 << 20;
 constexpr size_t kWriteChunk = 1 << 18;
-
-std::string errno_text() { return std::strerror(errno); }
 
 using layout::put_string;
 using layout::put_u32;
-
-bool walk(const std::string& root, const std::string& relative, dev_t excludeDev,
-          ino_t excludeIno, std::vector<SourceFile>& files, std::vector<std::string>& warnings,
-          std::string& error) {
-  std::string directory = relative.empty() ? root : root + "/" + relative;
-  DIR* dir = opendir(directory.c_str());
-  if (!dir) {
-    error = "cannot read directory " + directory + ": " + errno_text();
-    return false;
-  }
-  std::vector<std::string> names;
-  while (dirent* entry = readdir(dir)) {
-    std::string name = entry->d_name;
-    if (name != "." && name != "..") names.push_back(name);
-  }
-  closedir(dir);
-  std::sort(names.begin(), names.end());
-  for (const std::string& name : names) {
-    std::string rel = relative.empty() ? name : relative + "/" + name;
-    std::string path = root + "/" + rel;
-    struct stat st;
-    if (lstat(path.c_str(), &st) != 0) {
-      error = "cannot stat " + path + ": " + errno_text();
-      return false;
-    }
-    if (S_ISLNK(st.st_mode)) {
-      if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
-        warnings.push_back("skipped symbolic link " + rel);
-        continue;
-      }
-    }
-    if (S_ISDIR(st.st_mode)) {
-      if (!walk(root, rel, excludeDev, excludeIno, files, warnings, error)) return false;
-      continue;
-    }
-    if (!S_ISREG(st.st_mode)) {
-      warnings.push_back("skipped special file " + rel);
-      continue;
-    }
-    if (st.st_dev == excludeDev && st.st_ino == excludeIno) continue;
-    SourceFile file;
-    file.path = path;
-    file.name = utf8_to_utf16(rel);
-    file.size = static_cast<uint64_t>(st.st_size);
-    if (!filetime_from_unix(st.st_mtim.tv_sec, st.st_mtim.tv_nsec, file.time)) {
-      error = "modification time before 1601: " + path;
-      return false;
-    }
-    files.push_back(std::move(file));
-  }
-  return true;
-}
 
 // Raw deflate into a file descriptor through a fixed output buffer.
 class DeflateWriter {
@@ -118,7 +60,7 @@ class DeflateWriter {
       ssize_t n = ::write(m_fd, data, size);
       if (n < 0) {
         if (errno == EINTR) continue;
-        return fail("cannot write the package: " + errno_text());
+        return fail(std::string("cannot write the package: ") + std::strerror(errno));
       }
       data += n;
       size -= static_cast<size_t>(n);
@@ -145,7 +87,7 @@ bool pack_file(const SourceFile& file, DeflateWriter& writer, uint8_t* buffer, u
                uint64_t total, const Progress& progress, std::string& error) {
   int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
-    error = "cannot open " + file.path + ": " + errno_text();
+    error = "cannot open " + file.path + ": " + std::strerror(errno);
     return false;
   }
   posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
@@ -154,11 +96,11 @@ bool pack_file(const SourceFile& file, DeflateWriter& writer, uint8_t* buffer, u
   bool ok = true;
   for (;;) {
     // One byte more than owed is asked for, to notice a file that grew.
-    size_t want = static_cast<size_t>(std::min<uint64_t>(left + 1, kReadChunk));
+    size_t want = static_cast<size_t>(std::min<uint64_t>(left + 1, kSourceReadChunk));
     ssize_t n = ::read(fd, buffer, want);
     if (n < 0) {
       if (errno == EINTR) continue;
-      error = "cannot read " + file.path + ": " + errno_text();
+      error = "cannot read " + file.path + ": " + std::strerror(errno);
       ok = false;
       break;
     }
@@ -191,166 +133,6 @@ bool pack_file(const SourceFile& file, DeflateWriter& writer, uint8_t* buffer, u
 }
 
 }  // namespace
-
-std::u16string utf8_to_utf16(const std::string& text) {
-  std::u16string out;
-  out.reserve(text.size());
-  const auto* s = reinterpret_cast<const unsigned char*>(text.data());
-  size_t n = text.size();
-  for (size_t i = 0; i < n;) {
-    unsigned char c = s[i];
-    uint32_t cp = 0;
-    size_t len = 0;
-    if (c < 0x80) {
-      cp = c;
-      len = 1;
-    } else if (c >= 0xC2 && c <= 0xDF) {
-      cp = c & 0x1F;
-      len = 2;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-      cp = c & 0x0F;
-      len = 3;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-      cp = c & 0x07;
-      len = 4;
-    }
-    bool valid = len != 0 && i + len <= n;
-    for (size_t k = 1; valid && k < len; ++k) {
-      if ((s[i + k] & 0xC0) != 0x80)
-        valid = false;
-      else
-        cp = cp << 6 | (s[i + k] & 0x3F);
-    }
-    if (valid && ((len == 3 && (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))) ||
-                  (len == 4 && (cp < 0x10000 || cp > 0x10FFFF))))
-      valid = false;
-    if (!valid) {
-      out.push_back(char16_t(0xDC00 + c));
-      ++i;
-      continue;
-    }
-    if (cp >= 0x10000) {
-      cp -= 0x10000;
-      out.push_back(char16_t(0xD800 + (cp >> 10)));
-      out.push_back(char16_t(0xDC00 + (cp & 0x3FF)));
-    } else {
-      out.push_back(char16_t(cp));
-    }
-    i += len;
-  }
-  return out;
-}
-
-std::string utf16_to_utf8(const std::u16string& text) {
-  std::string out;
-  out.reserve(text.size());
-  for (size_t i = 0; i < text.size(); ++i) {
-    uint32_t cp = text[i];
-    if (cp >= 0xDC80 && cp <= 0xDCFF) {  // a byte that was not valid UTF-8
-      out.push_back(char(cp - 0xDC00));
-      continue;
-    }
-    if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
-        text[i + 1] <= 0xDFFF) {
-      cp = 0x10000 + ((cp - 0xD800) << 10) + (text[i + 1] - 0xDC00);
-      ++i;
-    }
-    if (cp < 0x80) {
-      out.push_back(char(cp));
-    } else if (cp < 0x800) {
-      out.push_back(char(0xC0 | cp >> 6));
-      out.push_back(char(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-      out.push_back(char(0xE0 | cp >> 12));
-      out.push_back(char(0x80 | (cp >> 6 & 0x3F)));
-      out.push_back(char(0x80 | (cp & 0x3F)));
-    } else {
-      out.push_back(char(0xF0 | cp >> 18));
-      out.push_back(char(0x80 | (cp >> 12 & 0x3F)));
-      out.push_back(char(0x80 | (cp >> 6 & 0x3F)));
-      out.push_back(char(0x80 | (cp & 0x3F)));
-    }
-  }
-  return out;
-}
-
-bool filetime_from_unix(int64_t seconds, long nanoseconds, uint64_t& ticks) {
-  if (seconds < -kEpochDifference) return false;
-  ticks = uint64_t(seconds + kEpochDifference) * kTicksPerSecond + uint64_t(nanoseconds / 100);
-  return true;
-}
-
-std::string format_filetime(uint64_t ticks) {
-  int64_t seconds = int64_t(ticks / kTicksPerSecond) - kEpochDifference;
-  unsigned fraction = unsigned(ticks % kTicksPerSecond);
-  time_t t = static_cast<time_t>(seconds);
-  struct tm tm {};
-  gmtime_r(&t, &tm);
-  char text[64];
-  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%07uZ", tm.tm_year + 1900,
-                tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, fraction);
-  return text;
-}
-
-bool collect_tree(const std::string& root, const std::string& exclude,
-                  std::vector<SourceFile>& files, std::vector<std::string>& warnings,
-                  std::string& error) {
-  struct stat st;
-  if (stat(root.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-    error = "not a directory: " + root;
-    return false;
-  }
-  dev_t excludeDev = 0;
-  ino_t excludeIno = 0;
-  struct stat ex;
-  if (!exclude.empty() && stat(exclude.c_str(), &ex) == 0) {
-    excludeDev = ex.st_dev;
-    excludeIno = ex.st_ino;
-  }
-  std::string base = root;
-  while (base.size() > 1 && base.back() == '/') base.pop_back();
-  files.clear();
-  if (!walk(base, "", excludeDev, excludeIno, files, warnings, error)) return false;
-  // Whole relative paths in byte order, so the result does not depend on
-  // how names sort inside each directory.
-  std::sort(files.begin(), files.end(), [](const SourceFile& a, const SourceFile& b) {
-    return a.path < b.path;
-  });
-  return true;
-}
-
-bool compute_checks(std::vector<SourceFile>& files, std::string& error) {
-  std::unique_ptr<uint8_t[]> buffer(new uint8_t[kReadChunk]);
-  for (SourceFile& file : files) {
-    int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-      error = "cannot open " + file.path + ": " + errno_text();
-      return false;
-    }
-    posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
-    uint32_t crc = 0;
-    uint64_t got = 0;
-    ssize_t n;
-    while ((n = ::read(fd, buffer.get(), kReadChunk)) != 0) {
-      if (n < 0 && errno == EINTR) continue;
-      if (n < 0) {
-        error = "cannot read " + file.path + ": " + errno_text();
-        close(fd);
-        return false;
-      }
-      crc = layout::crc32_of(crc, buffer.get(), size_t(n));
-      got += uint64_t(n);
-    }
-    close(fd);
-    if (got != file.size) {
-      error = file.path + " changed size while it was read";
-      return false;
-    }
-    file.checked = true;
-    file.contentsCrc = crc;
-  }
-  return true;
-}
 
 bool encode_catalogue(const Header& header, const std::vector<SourceFile>& files,
                       std::string& bytes, std::string& error) {
@@ -414,7 +196,7 @@ bool write_package(const std::string& output, const Header& header,
   std::string staging = output + ".part";
   int fd = open(staging.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) {
-    error = "cannot create " + staging + ": " + errno_text();
+    error = "cannot create " + staging + ": " + std::strerror(errno);
     return false;
   }
   bool ok;
@@ -422,7 +204,7 @@ bool write_package(const std::string& output, const Header& header,
     DeflateWriter writer(fd, level);
     ok = writer.ok() && writer.add(catalogue.data(), catalogue.size());
     if (!ok) error = writer.error().empty() ? "compression failed" : writer.error();
-    std::unique_ptr<uint8_t[]> buffer(new uint8_t[kReadChunk]);
+    std::unique_ptr<uint8_t[]> buffer(new uint8_t[kSourceReadChunk]);
     uint64_t done = 0;
     for (size_t i = 0; ok && i < files.size(); ++i)
       ok = pack_file(files[i], writer, buffer.get(), done, total, progress, error);
@@ -432,11 +214,11 @@ bool write_package(const std::string& output, const Header& header,
     }
   }
   if (close(fd) != 0 && ok) {
-    error = "cannot write " + staging + ": " + errno_text();
+    error = "cannot write " + staging + ": " + std::strerror(errno);
     ok = false;
   }
   if (ok && rename(staging.c_str(), output.c_str()) != 0) {
-    error = "cannot rename " + staging + " to " + output + ": " + errno_text();
+    error = "cannot rename " + staging + " to " + output + ": " + std::strerror(errno);
     ok = false;
   }
   if (!ok) unlink(staging.c_str());

@@ -1,11 +1,14 @@
-// Building distribution packages: walking a source tree and writing the
-// working-file layout as one raw deflate stream.
+// Building distribution packages: walking a source tree (source_tree.cpp) and
+// writing the working-file layout as one raw deflate stream (tpk_writer.cpp).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include "compat/unicode.h"
 
 namespace tpk {
 
@@ -21,7 +24,7 @@ struct Language {
 // any other kind a table of languages.
 struct Header {
   uint32_t kind = 0;
-  Language single;                 // kind 0: code ignored
+  Language single;                  // kind 0: code ignored
   std::vector<Language> languages;  // kind != 0
 };
 
@@ -36,14 +39,18 @@ struct SourceFile {
 };
 
 // UTF-8 -> UTF-16 (characters above U+FFFF as surrogate pairs; a byte that is
-// not part of valid UTF-8 becomes the unit 0xDC00 + byte), and back.
-std::u16string utf8_to_utf16(const std::string& text);
-std::string utf16_to_utf8(const std::u16string& text);
+// not part of valid UTF-8 becomes the unit 0xDC00 + byte), and back, whatever
+// the locale.
+using ::utf16_to_utf8;
+using ::utf8_to_utf16;
 
 // Last-write time in 100-ns ticks since 1601-01-01 UTC; false before 1601.
 bool filetime_from_unix(int64_t seconds, long nanoseconds, uint64_t& ticks);
 // "YYYY-MM-DDTHH:MM:SS.fffffffZ".
 std::string format_filetime(uint64_t ticks);
+
+// Bytes read from a source file at a time.
+constexpr size_t kSourceReadChunk = 1 << 20;
 
 // Every regular file below `root`, sorted by relative name (byte order),
 // with sizes and times from stat. Symbolic links to files are followed;

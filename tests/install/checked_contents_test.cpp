@@ -47,7 +47,7 @@ TEST(CheckedContentsTest, DamagedContentsFailTheRunOnlyWhenChecked) {
     const unsigned code = installer.run(&data);
     if (checked) {
       EXPECT_NE(code, 0u);
-      EXPECT_EQ(installer.failure().step, Step::kCheckContents);
+      EXPECT_EQ(installer.failure().operation, Operation::kCheckContents);
       EXPECT_EQ(narrow_lib(installer.failure().path), box.target() + "/sub/b.txt");
       EXPECT_EQ(snapshot_difference(before, snapshot(box.target())), "");
     } else {

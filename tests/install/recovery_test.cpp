@@ -410,7 +410,7 @@ TEST(RecoveryTest, LocksHoldOnlyTheTargetOfThisUsersRuns) {
   Installer second(0);
   StateLog log;
   EXPECT_EQ(run_install(s.reader, w(s.t + "sibling1/"), second, &log), kTargetBusy);
-  EXPECT_EQ(second.failure().step, Step::kLockTarget);
+  EXPECT_EQ(second.failure().operation, Operation::kLockTarget);
   EXPECT_EQ(log.states.back().message, LoadResString("IDS_INSTALL_ERROR"));
   EXPECT_TRUE(recover_interrupted_runs().runs.empty());
   EXPECT_EQ(snapshot_difference(during, world(s.box)), "");
@@ -501,7 +501,7 @@ TEST(RecoveryTest, AnUnsafeTemporaryDirectoryIsRefused) {
     PackageReader reader;
     StarterState starter;
     const StartupReport report = prepare_installation(w(box.root() + "/plom8.tpk"), reader, starter);
-    EXPECT_EQ(report.status.step, mode == 0777 ? Step::kCheckTemp : Step::kUnpack);
+    EXPECT_EQ(report.status.operation, mode == 0777 ? Operation::kCheckTemp : Operation::kUnpack);
     Installer installer(0);
     PackageReader package;
     box.buildPackage(package, {{"a.txt", "a", kPackageTime}});
