@@ -5,12 +5,12 @@
 #include "compat/text.h"
 
 const char* start_failure_key(const Status& status) {
-  switch (status.step) {
-    case Step::kFindPackage:
+  switch (status.operation) {
+    case Operation::kFindPackage:
       return "IDS_ERROR_NOSOURCE";
-    case Step::kCheckSpace:
+    case Operation::kCheckSpace:
       return "IDS_ERROR_NOSPACE";
-    case Step::kUnpack:
+    case Operation::kUnpack:
       if (status.sysError == ENOSPC || status.sysError == EDQUOT) return "IDS_ERROR_NOSPACE";
       return "IDS_ERROR_DAMAGEDSOURCE";
     default:
