@@ -15,21 +15,24 @@
 namespace {
 
 // The journal's bytes, read through the backup directory without following
-// a link. False when there is no journal of this user.
+// a link; none when there is no journal of this user. False when a read
+// failed part-way: what was read is then not the whole journal.
 bool read_journal(const BackupDir& backup, std::string& bytes) {
+  bytes.clear();
   int fd = -1;
   if (file_ops().open(backup.fd(), kJournalName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0, fd))
-    return false;
+    return true;
   struct stat64 st;
   bool ours = file_ops().stat(fd, std::string(), st, true) == 0 && S_ISREG(st.st_mode) &&
               st.st_uid == geteuid();
-  bytes.clear();
   char buffer[65536];
   size_t n = 0;
-  while (ours && file_ops().read(fd, buffer, sizeof buffer, n) == 0 && n > 0)
+  int error = 0;
+  while (ours && (error = file_ops().read(fd, buffer, sizeof buffer, n)) == 0 && n > 0)
     bytes.append(buffer, n);
   file_ops().close(fd);
-  return ours;
+  if (!ours) bytes.clear();
+  return error == 0;
 }
 
 // One interrupted run whose backup directory is held in `backup`. False
@@ -37,18 +40,16 @@ bool read_journal(const BackupDir& backup, std::string& bytes) {
 bool recover_one(BackupDir& backup, const PlayBackControl& control, RecoveryReport& report) {
   if (backup.isMarkedKept()) return true;
   std::string bytes;
-  if (!read_journal(backup, bytes)) {
-    // Its run died before the journal existed: nothing was changed.
-    if (backup.holdsOnly({})) backup.remove();
-    return true;
-  }
-  const RunJournal journal = check_journal(parse_journal(bytes));
+  const bool whole = read_journal(backup, bytes);
+  RunJournal journal = check_journal(parse_journal(bytes));
+  journal.clean = journal.clean && whole;
   RecoveredRun run;
   run.backupDir = widen_lib(backup.path());
   run.targetDir = widen_lib(journal.target);
-  if (journal.entries.empty() && journal.clean) {
-    // Its run died before its first record: nothing was changed.
-    if (backup.holdsOnly({})) backup.remove();
+  // No journal, or an empty one, and nothing else: its run died before it
+  // changed anything. Anything else in such a folder is kept and named.
+  if (journal.entries.empty() && journal.clean && backup.holdsOnly({})) {
+    backup.remove();
     return true;
   }
   if (!journal.target.empty()) {

@@ -25,6 +25,7 @@ struct RecoveryReport {
 // is left for later. When the target is back as it was and the backup holds
 // nothing the journal does not account for, the backup directory goes;
 // otherwise it is kept, marked, reported once and never played back again.
-// An empty backup directory, or one with an empty journal, goes without a
-// word, and so does the backup of a run that had committed.
+// A backup directory that holds nothing but an empty journal, or nothing at
+// all, goes without a word (its run changed nothing), and so does the backup
+// of a run that had committed.
 RecoveryReport recover_interrupted_runs(const PlayBackControl& control = PlayBackControl());
