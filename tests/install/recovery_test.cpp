@@ -292,21 +292,25 @@ TEST(RecoveryTest, ADamagedJournalNeverCostsAnOriginalFile) {
       write_file(journal, bytes);
       ++cases;
 
+      // A journal cut to nothing, with nothing moved aside yet, is a run that
+      // died before its first record: it goes without a word.
       const RecoveryReport report = recover_interrupted_runs();
       const Snapshot now = world(s.box);
-      ASSERT_EQ(report.runs.size(), 1u);
-      if (report.runs[0].complete) {
+      ASSERT_LE(report.runs.size(), 1u);
+      const bool reported = !report.runs.empty();
+      const bool complete = reported && report.runs[0].complete;
+      if (complete) {
         EXPECT_EQ(snapshot_difference(b.before, now), "");
       }
-      const std::string backup = narrow_lib(report.runs[0].backupDir);
+      const std::string backup = reported ? narrow_lib(report.runs[0].backupDir) : "";
       for (const char* f : {"a.txt", "old/b.txt", "old/deep/c.txt", "newer.txt", "mine/own.txt"}) {
         const std::string key = std::string("target/") + f;
         const bool inPlace = now.count(key) && now.at(key) == b.before.at(key);
-        const bool inBackup = !report.runs[0].complete && exists(backup + f) &&
+        const bool inBackup = reported && !complete && exists(backup + f) &&
                               full_snapshot(backup).at(f) == b.before.at(key);
         EXPECT_TRUE(inPlace || inBackup) << f;
       }
-      kept += !report.runs[0].complete;
+      kept += reported && !complete;
       EXPECT_TRUE(recover_interrupted_runs().runs.empty());
     }
   }
