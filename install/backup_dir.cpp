@@ -117,6 +117,7 @@ bool BackupDir::holdsOnly(const std::vector<std::string>& saved) const {
   std::unordered_set<std::string> allowed(saved.begin(), saved.end());
   allowed.insert(kJournalName);
   allowed.insert(kKeptMarkName);
+  allowed.insert(kLengthMarkName);
   // Walk below the open directory, never through a link.
   std::vector<std::pair<int, std::string>> pending;
   int top = -1;

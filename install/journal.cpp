@@ -10,6 +10,7 @@
 
 const char kJournalName[] = ".zqstp-journal";
 const char kKeptMarkName[] = ".zqstp-kept";
+const char kLengthMarkName[] = ".zqstp-length";
 
 namespace {
 
@@ -31,8 +32,18 @@ uint64_t get(const char* in, int bytes) {
   return value;
 }
 
-uint32_t crc_of(const char* data, size_t size) {
-  return uint32_t(crc32(crc32(0, nullptr, 0), reinterpret_cast<const Bytef*>(data), uInt(size)));
+uint32_t crc_of(const char* data, size_t size, uint32_t crc = 0) {
+  return uint32_t(crc32(crc, reinterpret_cast<const Bytef*>(data), uInt(size)));
+}
+
+// The length mark: u64 length, u32 CRC-32 of that many journal bytes, u32
+// CRC-32 of the twelve bytes before it.
+std::string encode_mark(uint64_t length, uint32_t crc) {
+  std::string mark;
+  put(mark, length, 8);
+  put(mark, crc, 4);
+  put(mark, crc_of(mark.data(), mark.size()), 4);
+  return mark;
 }
 
 bool known(uint8_t op) {
@@ -102,10 +113,22 @@ JournalText parse_journal(const std::string& bytes) {
   return out;
 }
 
+bool journal_meets_mark(const std::string& bytes, const std::string& mark) {
+  if (mark.empty()) return true;  // its run died before its first flush
+  if (mark.size() != 16 || uint32_t(get(&mark[12], 4)) != crc_of(mark.data(), 12)) return false;
+  const uint64_t length = get(&mark[0], 8);
+  return length <= bytes.size() && uint32_t(get(&mark[8], 4)) == crc_of(bytes.data(), length);
+}
+
 int JournalFile::create(int dirFd) {
   close();
-  return file_ops().open(dirFd, kJournalName, O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_NOFOLLOW,
-                         0600, m_fd);
+  m_length = 0;
+  m_crc = 0;
+  const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+  int error = file_ops().open(dirFd, kJournalName, flags | O_APPEND, 0600, m_fd);
+  if (!error) error = file_ops().open(dirFd, kLengthMarkName, flags, 0600, m_markFd);
+  if (error) close();
+  return error;
 }
 
 int JournalFile::append(const std::vector<JournalEntry>& entries) {
@@ -116,17 +139,29 @@ int JournalFile::append(const std::vector<JournalEntry>& entries) {
   if (int error = file_ops().write(m_fd, bytes.data(), bytes.size(), done)) return error;
   if (done != bytes.size()) return ENOSPC;
   m_dirty = true;
+  m_length += bytes.size();
+  m_crc = crc_of(bytes.data(), bytes.size(), m_crc);
   return 0;
 }
 
 int JournalFile::flush() {
   if (m_fd < 0 || !m_dirty) return 0;
   if (int error = file_ops().flush(m_fd)) return error;
+  // Only what is on disk is marked, so the mark never claims more.
+  const std::string mark = encode_mark(m_length, m_crc);
+  int64_t at = 0;
+  size_t done = 0;
+  int error = file_ops().seek(m_markFd, 0, SEEK_SET, at);
+  if (!error) error = file_ops().write(m_markFd, mark.data(), mark.size(), done);
+  if (!error && done != mark.size()) error = ENOSPC;
+  if (!error) error = file_ops().flush(m_markFd);
+  if (error) return error;
   m_dirty = false;
   return 0;
 }
 
 void JournalFile::close() {
   if (m_fd >= 0) file_ops().close(m_fd);
-  m_fd = -1;
+  if (m_markFd >= 0) file_ops().close(m_markFd);
+  m_fd = m_markFd = -1;
 }

@@ -12,6 +12,11 @@
 
 // The journal's file name inside the backup directory.
 extern const char kJournalName[];
+// The journal's length mark beside it: how many bytes of the journal are on
+// disk and their CRC-32, written after each flush of the journal. A journal
+// shorter than its mark, or different in those bytes, was cut or damaged,
+// even where the cut falls between two records.
+extern const char kLengthMarkName[];
 // A file in the backup directory whose presence says: this backup was kept
 // because not everything could be put back; it is never played back again.
 extern const char kKeptMarkName[];
@@ -49,6 +54,10 @@ struct JournalText {
 };
 JournalText parse_journal(const std::string& bytes);
 
+// Whether the journal `bytes` holds at least what the length mark `mark`
+// (the mark file's bytes; empty when there is none) says was on disk.
+bool journal_meets_mark(const std::string& bytes, const std::string& mark);
+
 // The open journal of the running process.
 class JournalFile {
  public:
@@ -57,18 +66,21 @@ class JournalFile {
   JournalFile& operator=(const JournalFile&) = delete;
   ~JournalFile() { close(); }
 
-  // Creates the journal in the directory open as `dirFd` (never through a
-  // link, never an existing file). 0 or errno.
+  // Creates the journal and its length mark in the directory open as
+  // `dirFd` (never through a link, never an existing file). 0 or errno.
   int create(int dirFd);
   bool isOpen() const { return m_fd >= 0; }
   // Appends the records with one write. 0 or errno (ENOSPC for a short write).
   int append(const std::vector<JournalEntry>& entries);
   int append(const JournalEntry& entry) { return append(std::vector<JournalEntry>{entry}); }
-  // Puts what was appended on disk. 0 or errno.
+  // Puts what was appended on disk, then the length mark. 0 or errno.
   int flush();
   void close();
 
  private:
   int m_fd = -1;
+  int m_markFd = -1;
   bool m_dirty = false;
+  uint64_t m_length = 0;  // bytes appended
+  uint32_t m_crc = 0;     // their CRC-32
 };

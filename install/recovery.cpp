@@ -35,6 +35,19 @@ bool read_journal(const BackupDir& backup, std::string& bytes) {
   return error == 0;
 }
 
+// The length mark's bytes; none when there is no mark, or it was never written.
+std::string read_mark(const BackupDir& backup) {
+  std::string mark;
+  int fd = -1;
+  if (file_ops().open(backup.fd(), kLengthMarkName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0, fd))
+    return mark;
+  char buffer[64];
+  size_t n = 0;
+  if (file_ops().read(fd, buffer, sizeof buffer, n) == 0) mark.assign(buffer, n);
+  file_ops().close(fd);
+  return mark;
+}
+
 // One interrupted run whose backup directory is held in `backup`. False
 // when it was left for later because a stop was asked for.
 bool recover_one(BackupDir& backup, const PlayBackControl& control, RecoveryReport& report) {
@@ -42,7 +55,7 @@ bool recover_one(BackupDir& backup, const PlayBackControl& control, RecoveryRepo
   std::string bytes;
   const bool whole = read_journal(backup, bytes);
   RunJournal journal = check_journal(parse_journal(bytes));
-  journal.clean = journal.clean && whole;
+  journal.clean = journal.clean && whole && journal_meets_mark(bytes, read_mark(backup));
   RecoveredRun run;
   run.backupDir = widen_lib(backup.path());
   run.targetDir = widen_lib(journal.target);
