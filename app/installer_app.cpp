@@ -113,7 +113,7 @@ int run_headless_install(const LaunchOptions& options) {
   InterruptScope interrupts(&cancel_session, &session);
   if (!session.start(target)) {
     const InstallOutcome& outcome = session.outcome();
-    report(LoadResString(outcome.messageKey));
+    report(LoadResString(refused_run_key(outcome.status)));
     report_cause(outcome.status);
     report(LoadResString("IDS_ERROR_FINISH"));
     return kExitFailed;
@@ -124,12 +124,13 @@ int run_headless_install(const LaunchOptions& options) {
     ProgressLine line;
     unsigned long seen = session.changeCount();
     while (!(last = session.progress()).settled()) {
-      line.show(last.percent, last.message);
+      line.show(last.percent, run_state_text(last.phase, last.path));
       seen = session.waitForChange(seen);
     }
   }
   // An error is told while the run rolls back, as the wizard does.
-  if (classify_run(last.state, last.percent) == OutcomeKind::kFailed) report(last.message);
+  if (classify_run(last.state, last.percent) == OutcomeKind::kFailed)
+    report(run_state_text(last.phase, last.path));
   session.waitReturned();
 
   const InstallOutcome& outcome = session.finish();

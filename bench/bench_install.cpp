@@ -425,9 +425,10 @@ bool install(PackageReader& reader, const std::string& phase, const std::string&
   double finished = log.count ? log.last - meter.started() : total;
 
   unsigned state = 0;
-  std::u16string message;
+  RunPhase runPhase;
+  std::u16string path;
   int percent = 0;
-  data.getInstallState(state, message, percent);
+  data.getInstallState(state, runPhase, path, percent);
   std::vector<Stamp> after = stamps(targets);
 
   Record r(phase);
@@ -456,9 +457,10 @@ bool interrupted_install(PackageReader& reader, const std::string& dir) {
     data.setWakeup(
         [](void* context) {
           unsigned state;
-          std::u16string message;
+          RunPhase phase;
+          std::u16string path;
           int percent;
-          static_cast<InstallProcessData*>(context)->getInstallState(state, message, percent);
+          static_cast<InstallProcessData*>(context)->getInstallState(state, phase, path, percent);
           if (percent >= 70) _exit(70);
         },
         &data);

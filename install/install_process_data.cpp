@@ -47,15 +47,17 @@ void InstallProcessData::get(PackageReader*& data, std::u16string& dir) {
   data = m_data;
 }
 
-void InstallProcessData::setInstallState(unsigned state, const std::u16string& msg, int percent) {
+void InstallProcessData::setInstallState(unsigned state, RunPhase phase, const std::u16string& path,
+                                         int percent) {
   // The copy is made before the lock: under it only a swap, which cannot throw.
-  std::u16string message = msg;
+  std::u16string copy = path;
   Wakeup wakeup = nullptr;
   void* context = nullptr;
   {
     SemaphoreLock lock(m_lock);
     m_state = state;
-    m_message.swap(message);
+    m_phase = phase;
+    m_path.swap(copy);
     m_percent = percent;
     wakeup = m_wakeup;
     context = m_wakeupContext;
@@ -63,10 +65,12 @@ void InstallProcessData::setInstallState(unsigned state, const std::u16string& m
   if (wakeup) wakeup(context);
 }
 
-void InstallProcessData::getInstallState(unsigned& state, std::u16string& msg, int& percent) {
+void InstallProcessData::getInstallState(unsigned& state, RunPhase& phase, std::u16string& path,
+                                         int& percent) {
   SemaphoreLock lock(m_lock);
-  msg = m_message;  // first: if the copy throws, nothing was handed out
+  path = m_path;  // first: if the copy throws, nothing was handed out
   state = m_state;
+  phase = m_phase;
   percent = m_percent;
 }
 

@@ -9,24 +9,34 @@
 
 #include "package/package_loader.h"
 
+// Where a run stands. The front ends choose what the user reads for each.
+enum class RunPhase : unsigned char {
+  kPreparing,  // nothing done yet
+  kCopying,    // at the file named by the published path
+  kFinished,   // every file in place (percent 100)
+  kFailed,     // published before the rollback starts
+  kCancelled,  // published once the rollback is over
+};
+
 class InstallProcessData {
  public:
-  // Empty state (no reader, state 0, percent 0), lock free.
+  // Empty state (no reader, state 0, preparing, no path, percent 0), lock free.
   InstallProcessData();
   ~InstallProcessData();
   InstallProcessData(const InstallProcessData&) = delete;
   InstallProcessData& operator=(const InstallProcessData&) = delete;
 
   // Prepares a run: cancel off, state 0, percent 0; `dir` gets a trailing "/"
-  // unless empty or already ending in "/" or "\\". The message is kept. The
+  // unless empty or already ending in "/" or "\\". Phase and path are kept. The
   // reader is not owned and must outlive the run.
   void init(PackageReader* data, const std::u16string& dir);
   // The reader and the target directory given to init.
   void get(PackageReader*& data, std::u16string& dir);
-  // The three fields are written and read together: a reader never sees a mix.
+  // The fields are written and read together: a reader never sees a mix.
+  // `path` is the file being installed (kCopying), else empty.
   // setInstallState calls the wakeup hook afterwards, outside the lock.
-  void setInstallState(unsigned state, const std::u16string& msg, int percent);
-  void getInstallState(unsigned& state, std::u16string& msg, int& percent);
+  void setInstallState(unsigned state, RunPhase phase, const std::u16string& path, int percent);
+  void getInstallState(unsigned& state, RunPhase& phase, std::u16string& path, int& percent);
   // The request to abandon the run; the worker looks at it after each file.
   void setCancel(bool cancel);
   bool isCancelled();
@@ -42,7 +52,8 @@ class InstallProcessData {
   std::u16string m_templatesDir;
   bool m_cancel = false;
   unsigned m_state = 0;
-  std::u16string m_message;
+  RunPhase m_phase = RunPhase::kPreparing;
+  std::u16string m_path;
   int m_percent = 0;
   Wakeup m_wakeup = nullptr;
   void* m_wakeupContext = nullptr;

@@ -14,7 +14,6 @@
 #include "install/paths.h"
 #include "package/contents_check.h"
 #include "package/replace_rule.h"
-#include "texts/resources.h"
 
 namespace {
 
@@ -121,7 +120,7 @@ unsigned Installer::fail(unsigned code, Operation operation, const std::string& 
 unsigned Installer::start(const std::u16string& givenDir) {
   auto refuse = [this](unsigned code) {
     // Nothing was changed: publish the error, nothing to roll back.
-    m_data->setInstallState(code, LoadResString("IDS_INSTALL_ERROR"), 0);
+    m_data->setInstallState(code, RunPhase::kFailed, std::u16string(), 0);
     return code;
   };
   if (givenDir.empty())
@@ -166,7 +165,8 @@ unsigned Installer::run(InstallProcessData* data) {
       if (m_group.empty()) {
         std::u16string name = reader->files[first].name;
         replace_all(name, kBadPathSeparator, kPathSeparator);
-        data->setInstallState(0, givenDir + name, int(percent_of(first, count)));
+        data->setInstallState(0, RunPhase::kCopying, givenDir + name,
+                              int(percent_of(first, count)));
       }
       return stopOnError(code, percent_of(failed, count));
     }
@@ -181,8 +181,8 @@ unsigned Installer::run(InstallProcessData* data) {
     return stopOnError(code, 100);
   }
   m_lock.release();
-  data->setInstallState(0, LoadResString("IDS_INSTALL_FINISH"), 100);
-  Sleep(m_finishPauseMs);
+  data->setInstallState(0, RunPhase::kFinished, std::u16string(), 100);
+  finishing_pause(m_finishPauseMs);
   return 0;
 }
 
@@ -253,7 +253,8 @@ unsigned Installer::actGroup(PackageReader& reader, const std::u16string& givenD
     const FileEntry& entry = reader.files[work.index];
     std::u16string name = entry.name;
     replace_all(name, kBadPathSeparator, kPathSeparator);
-    m_data->setInstallState(0, givenDir + name, int(percent_of(work.index, count)));
+    m_data->setInstallState(0, RunPhase::kCopying, givenDir + name,
+                            int(percent_of(work.index, count)));
     if (work.write) {
       if (work.move) {
         if (unsigned code = m_rollback.moveAside(work.target))
@@ -373,7 +374,7 @@ unsigned Installer::cancelRun(unsigned percent) {
   closeGroup();
   unsigned code = m_rollback.rollback(ERROR_CANCELLED);
   m_lock.release();
-  m_data->setInstallState(code, LoadResString("IDS_CANCEL_FINISH"), int(percent));
+  m_data->setInstallState(code, RunPhase::kCancelled, std::u16string(), int(percent));
   return code;
 }
 
@@ -389,7 +390,7 @@ unsigned Installer::stopOnError(unsigned code, unsigned percent) {
   if (m_failure.ok()) m_failure = ::failure(code, Operation::kNone);
   m_failure.code = code;
   closeGroup();
-  m_data->setInstallState(code, LoadResString("IDS_INSTALL_ERROR"), static_cast<int>(percent));
+  m_data->setInstallState(code, RunPhase::kFailed, std::u16string(), static_cast<int>(percent));
   code = m_rollback.rollback(code);
   if (!m_rollback.keptBackupDir().empty() && m_failure.detail.empty() && m_failure.sysError == 0)
     m_failure.detail = "the backup " + narrow_lib(m_rollback.keptBackupDir()) + " was kept";

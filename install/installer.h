@@ -18,6 +18,11 @@ class InstallProcessData;
 // How long the finished state stays up before a successful run returns.
 constexpr int kFinishPauseMs = 1000;
 
+// The pause after a complete installation: sleeps `milliseconds`. Kept in a
+// file of its own (finishing_pause.cpp) so that a test program can link its
+// own version and skip the pause or hold it.
+void finishing_pause(int milliseconds);
+
 class Installer {
  public:
   // A fresh installer with an empty journal; use it for one run.
@@ -26,11 +31,12 @@ class Installer {
   ~Installer();
 
   // Runs on the worker thread; `data` (and the reader it holds) must outlive
-  // the run. 0 after a complete installation, published as (0, finish text,
-  // 100). After a failure the error is published as (code, error text,
-  // percent) and then everything is rolled back; the code is returned.
-  // After a cancel everything is rolled back and then (1223, cancel text,
-  // percent) is published; 1223 is returned.
+  // the run. Each file is published as (0, kCopying, its path, percent) as
+  // it is reached. 0 after a complete installation, published as (0,
+  // kFinished, 100) before the finishing pause. After a failure the error
+  // is published as (code, kFailed, percent) and then everything is rolled
+  // back; the code is returned. After a cancel everything is rolled back
+  // and then (1223, kCancelled, percent) is published; 1223 is returned.
   // The target is locked for the whole run; a target another run holds
   // fails at once (code 32) and nothing is changed. The files are handled in
   // groups: the records of a group's changes go to the journal and to the

@@ -1,7 +1,6 @@
 #include "install/session.h"
 
 #include "install/installer.h"
-#include "texts/resources.h"
 
 OutcomeKind classify_run(unsigned state, int percent) {
   if (state == 0 && percent >= 100) return OutcomeKind::kInstalled;
@@ -10,9 +9,7 @@ OutcomeKind classify_run(unsigned state, int percent) {
 }
 
 InstallSession::InstallSession(PackageReader& package, StarterState& starter)
-    : m_package(package), m_starter(starter) {
-  m_data.setInstallState(0, LoadResString("IDS_PREPARECOPY"), 0);
-}
+    : m_package(package), m_starter(starter) {}
 
 InstallSession::~InstallSession() { m_thread.join(); }
 
@@ -27,14 +24,13 @@ bool InstallSession::start(const std::u16string& target) {
   if (target.empty()) {
     m_outcome.status =
         failure(ERROR_PATH_NOT_FOUND, Operation::kNone, std::u16string(), 0, "no target folder");
-    m_outcome.messageKey = "IDS_SETUP_EMPTYTARGET";
     m_finished = true;
     return false;
   }
   m_data.setWakeup(&InstallSession::onStateChange, this);
   m_data.init(&m_package, target);
   m_returned = false;
-  if (int error = m_thread.start(&InstallSession::updateProgress, this)) {
+  if (int error = m_thread.start(&InstallSession::runInstallation, this)) {
     m_returned = true;
     m_outcome.status = failure(ERROR_INVALID_PARAMETER, Operation::kStartWorker, target, error);
     m_finished = true;
@@ -43,7 +39,7 @@ bool InstallSession::start(const std::u16string& target) {
   return true;
 }
 
-bool InstallSession::updateProgress(void* self) {
+bool InstallSession::runInstallation(void* self) {
   auto* me = static_cast<InstallSession*>(self);
   {
     Installer installer;
@@ -73,7 +69,7 @@ void InstallSession::changed() {
 RunProgress InstallSession::progress() {
   RunProgress p;
   p.returned = m_returned;  // first: a run that had returned has published its last state
-  m_data.getInstallState(p.state, p.message, p.percent);
+  m_data.getInstallState(p.state, p.phase, p.path, p.percent);
   return p;
 }
 
@@ -115,19 +111,13 @@ const InstallOutcome& InstallSession::finish() {
   m_outcome.kind = classify_run(p.state, p.percent);
   switch (m_outcome.kind) {
     case OutcomeKind::kInstalled:
-      m_outcome.messageKey = "IDS_SUCCESS_FINISH";
       m_outcome.status = record_template_dir(m_starter, m_target);
-      if (!m_outcome.status.ok()) {
-        m_outcome.kind = OutcomeKind::kStarterNotWritten;
-        m_outcome.messageKey = "IDS_INSTALL_ERROR";
-      }
+      if (!m_outcome.status.ok()) m_outcome.kind = OutcomeKind::kStarterNotWritten;
       break;
     case OutcomeKind::kCancelled:
-      m_outcome.messageKey = "IDS_CANCEL_FINISH";
       break;
     case OutcomeKind::kFailed:
     case OutcomeKind::kStarterNotWritten:
-      m_outcome.messageKey = "IDS_INSTALL_ERROR";
       m_outcome.status = m_runFailure.ok() ? failure(p.state, Operation::kNone) : m_runFailure;
       m_outcome.keptBackupDir = m_keptBackupDir;
       break;

@@ -27,9 +27,9 @@ enum class OutcomeKind {
 struct InstallOutcome {
   OutcomeKind kind = OutcomeKind::kFailed;
   // What failed: the run's operation and path, or the starter file and why.
+  // A run that could not start has the operation kNone (an empty target) or
+  // kStartWorker.
   Status status;
-  // The resource key of what the user is told about the failure.
-  const char* messageKey = "IDS_INSTALL_ERROR";
   // Set when the rollback could not put everything back: the folder that
   // still holds the user's old files.
   std::u16string keptBackupDir;
@@ -42,7 +42,8 @@ OutcomeKind classify_run(unsigned state, int percent);
 // The latest state a run published, read in one go.
 struct RunProgress {
   unsigned state = 0;
-  std::u16string message;
+  RunPhase phase = RunPhase::kPreparing;
+  std::u16string path;  // the file being installed (kCopying)
   int percent = 0;
   bool returned = false;  // the run had returned before the state was read
 
@@ -93,7 +94,7 @@ class InstallSession {
   const InstallOutcome& outcome() const { return m_outcome; }
 
   // The worker's job: one installation run. Always false (run once).
-  static bool updateProgress(void* session);
+  static bool runInstallation(void* session);
 
  private:
   static void onStateChange(void* self);

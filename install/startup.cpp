@@ -39,9 +39,3 @@ StartupReport prepare_installation(const std::u16string& packagePath, PackageRea
   report.status = load_package(package, packagePath, options);
   return report;
 }
-
-const char* startup_failure_key(const Status& status) {
-  if (status.operation == Operation::kFindPackage) return "IDS_ERROR_NOSOURCE";
-  if (status.operation == Operation::kCheckTemp) return "IDS_INSTALL_ERROR";
-  return load_failure_key(status);
-}

@@ -33,6 +33,3 @@ StartupReport prepare_installation(const std::u16string& packagePath, PackageRea
                                    StarterState& starter,
                                    const std::atomic<bool>* stop = nullptr,
                                    const RecoveryProgress& progress = RecoveryProgress());
-
-// The text the user is shown when the start fails.
-const char* startup_failure_key(const Status& status);

@@ -114,8 +114,3 @@ Status load_package(PackageReader& reader, const std::u16string& packagePath,
   }
   return status;
 }
-
-const char* load_failure_key(const Status& status) {
-  return status.operation == Operation::kCheckSpace ? "IDS_ERROR_NOSPACE"
-                                                    : "IDS_ERROR_DAMAGEDSOURCE";
-}

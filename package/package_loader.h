@@ -49,7 +49,3 @@ bool has_space_for_package(uint64_t packageSize, uint64_t freeBytes);
 Status load_package(PackageReader& reader, const std::u16string& packagePath);
 Status load_package(PackageReader& reader, const std::u16string& packagePath,
                     const LoadOptions& options);
-
-// The text the user is shown for a failed load: "IDS_ERROR_NOSPACE" for the
-// space check, "IDS_ERROR_DAMAGEDSOURCE" for everything else.
-const char* load_failure_key(const Status& status);

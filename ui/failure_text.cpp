@@ -3,6 +3,7 @@
 #include <errno.h>
 
 #include "compat/text.h"
+#include "texts/resources.h"
 
 const char* start_failure_key(const Status& status) {
   switch (status.operation) {
@@ -16,6 +17,27 @@ const char* start_failure_key(const Status& status) {
     default:
       return "IDS_ERROR_DAMAGEDSOURCE";
   }
+}
+
+const char* refused_run_key(const Status& status) {
+  return status.operation == Operation::kStartWorker ? "IDS_INSTALL_ERROR"
+                                                     : "IDS_SETUP_EMPTYTARGET";
+}
+
+std::u16string run_state_text(RunPhase phase, const std::u16string& path) {
+  switch (phase) {
+    case RunPhase::kPreparing:
+      return LoadResString("IDS_PREPARECOPY");
+    case RunPhase::kCopying:
+      return path;
+    case RunPhase::kFinished:
+      return LoadResString("IDS_INSTALL_FINISH");
+    case RunPhase::kFailed:
+      return LoadResString("IDS_INSTALL_ERROR");
+    case RunPhase::kCancelled:
+      return LoadResString("IDS_CANCEL_FINISH");
+  }
+  return path;
 }
 
 std::u16string with_cause(const std::u16string& text, const Status& status) {

@@ -1,6 +1,6 @@
 // The wizard: the installer's one main window, its pages and the flow from
-// welcome to finish. Everything here runs on the GUI thread, except
-// updateProgress, which is the worker thread's step.
+// welcome to finish. Everything here runs on the GUI thread; the
+// installation itself runs on the session's worker.
 #pragma once
 
 #include <gtk/gtk.h>
@@ -117,10 +117,6 @@ class CInstallerDlg : public CWnd {
   static void button_clicked_handler(GtkWidget*, void* dialog);
   static void on_buttonPrev_clicked(GtkWidget*, void* dialog);
   static void on_buttonNext_clicked(GtkWidget*, void* dialog);
-
-  // The worker's step: one installation run of the dialog's session.
-  // Always false (run once).
-  static bool updateProgress(void* dialog);
 
   // For tests and the trace.
   struct Widgets {

@@ -16,7 +16,7 @@ using namespace installtest;
 
 namespace {
 
-// Update i is (i, text i % 997, i % 101); a mixed read shows as a mismatch.
+// Update i is (i, phase i % 5, text i % 997, i % 101); a mixed read shows as a mismatch.
 // The texts are made in advance so that the writer is fast and often lands
 // between the reader's field reads.
 TEST(InstallProcessDataTest, ReaderNeverSeesAMixedTriple) {
@@ -26,17 +26,21 @@ TEST(InstallProcessDataTest, ReaderNeverSeesAMixedTriple) {
   InstallProcessData data;
   std::atomic<bool> stop{false};
   std::thread writer([&] {
-    for (unsigned i = 1; !stop; ++i) data.setInstallState(i, texts[i % 997], int(i % 101));
+    for (unsigned i = 1; !stop; ++i)
+      data.setInstallState(i, RunPhase(i % 5), texts[i % 997], int(i % 101));
   });
   unsigned mixed = 0;
   for (unsigned seen = 0; seen < 300000;) {  // reads of a written state
     unsigned state;
+    RunPhase phase;
     std::u16string message;
     int percent;
-    data.getInstallState(state, message, percent);
+    data.getInstallState(state, phase, message, percent);
     if (state == 0) continue;
     ++seen;
-    if (message != texts[state % 997] || percent != int(state % 101)) ++mixed;
+    if (phase != RunPhase(state % 5) || message != texts[state % 997] ||
+        percent != int(state % 101))
+      ++mixed;
   }
   stop = true;
   writer.join();

@@ -72,7 +72,7 @@ TEST(InstallerTest, FreshInstallCopiesEveryFileWithItsTime) {
       EXPECT_TRUE(exists(path) && read_file(path) == files[i].bytes) << path;
       EXPECT_EQ(mtime_of(path), FileTimeToU64(files[i].time)) << path;
       EXPECT_EQ(log.states[i].state, 0u);  // each path as it is reached
-      EXPECT_EQ(log.states[i].message, w(path));
+      EXPECT_EQ(log.states[i].path, w(path));
       EXPECT_EQ(log.states[i].percent, int(i * 100 / files.size()));
     }
     EXPECT_TRUE(snapshot(box.tmp()).empty());
@@ -206,9 +206,9 @@ TEST(InstallerTest, EveryFailureAndCancelLeavesTheSandboxAsItWas) {
       ASSERT_EQ(log.states.size(), stop + 2);
       EXPECT_EQ(log.states.back().state, c.code);
       EXPECT_EQ(log.states.back().percent, c.code ? int(stop * 100 / files.size()) : 100);
-      EXPECT_EQ(log.states.back().message, LoadResString(c.code == 0       ? "IDS_INSTALL_FINISH"
-                                                         : c.cancelAt >= 0 ? "IDS_CANCEL_FINISH"
-                                                                           : "IDS_INSTALL_ERROR"));
+      EXPECT_EQ(log.states.back().phase, c.code == 0       ? RunPhase::kFinished
+                                         : c.cancelAt >= 0 ? RunPhase::kCancelled
+                                                           : RunPhase::kFailed);
       EXPECT_EQ(restoredWhenReported, c.cancelAt >= 0);
     };
     if (c.sizeLimit)

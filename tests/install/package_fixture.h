@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "texts/resources.h"
 #include "compat/file_system.h"
 #include "compat/text.h"
 #include "install/install_process_data.h"
@@ -45,7 +44,6 @@ class Sandbox {
   Sandbox() : m_tmpdir("TMPDIR", m_root / "tmp") {
     for (const char* dir : {"target", "tmp", "work"})
       if (mkdir((m_root / dir).c_str(), 0755) != 0) throw std::runtime_error("mkdir sandbox");
-    set_resource_lang(kLangEn);
   }
   std::string root() const { return m_root.path(); }
   std::string target() const { return m_root / "target"; }
@@ -97,7 +95,8 @@ inline std::string snapshot_difference(const Snapshot& a, const Snapshot& b) {
 struct StateLog {
   struct State {
     unsigned state;
-    std::u16string message;
+    RunPhase phase;
+    std::u16string path;
     int percent;
   };
   std::vector<State> states;
@@ -110,7 +109,7 @@ struct StateLog {
         [](void* self) {
           auto* log = static_cast<StateLog*>(self);
           State s;
-          log->data->getInstallState(s.state, s.message, s.percent);
+          log->data->getInstallState(s.state, s.phase, s.path, s.percent);
           log->states.push_back(s);
           if (log->onState) log->onState(s);
         },

@@ -414,7 +414,7 @@ TEST(RecoveryTest, LocksHoldOnlyTheTargetOfThisUsersRuns) {
   StateLog log;
   EXPECT_EQ(run_install(s.reader, w(s.t + "sibling1/"), second, &log), kTargetBusy);
   EXPECT_EQ(second.failure().operation, Operation::kLockTarget);
-  EXPECT_EQ(log.states.back().message, LoadResString("IDS_INSTALL_ERROR"));
+  EXPECT_EQ(log.states.back().phase, RunPhase::kFailed);
   EXPECT_TRUE(recover_interrupted_runs().runs.empty());
   EXPECT_EQ(snapshot_difference(during, world(s.box)), "");
   // The sibling and the existing target go on.

@@ -13,6 +13,7 @@
 
 #include "texts/resources.h"
 #include "compat/text.h"
+#include "finishing_pause.h"
 #include "support/slow_run.h"
 #include "support/test_support.h"
 #include "tools/tpk_writer.h"

@@ -75,6 +75,7 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
   ASSERT_EQ(g_mkdir_with_parents(old.c_str(), 0700), 0);
   testsupport::write_file(m_cfg, "ConfigurationTemplatesLocation=" + old + "\n");
   testsupport::SlowRun slow(150);
+  HeldFinishingPause pause;
   CInstallerDlg& dialog = start();
   const auto w = dialog.widgets();
   CLICK(w.next);
@@ -150,7 +151,7 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
   CLICK(w.next);
   ASSERT_EQ(dialog.step(), CInstallerDlg::kStepSuccess);
   // The success page is up and the directory recorded as soon as the last
-  // file is in place; the worker's one-second pause is still going on.
+  // file is in place; the worker's finishing pause is still going on.
   EXPECT_TRUE(dialog.workerRunning());
   EXPECT_EQ(read_file(m_cfg), "ConfigurationTemplatesLocation=" + target +
                                   "\nConfigurationTemplatesLocation=" + old + "\n");
@@ -175,6 +176,7 @@ TEST_F(Flow, DirectoryWithALatin1NameIsShownReadablyAndUsedByteForByte) {
   const std::string latin1 = m_root / "caf\xE9", shown = m_root / "caf\xEF\xBF\xBD";  // U+FFFD
   ASSERT_EQ(g_mkdir_with_parents(latin1.c_str(), 0700), 0);
   testsupport::write_file(m_cfg, "ConfigurationTemplatesLocation=" + latin1 + "\n");
+  HeldFinishingPause pause;
   CInstallerDlg& dialog = start();
   CLICK(dialog.widgets().next);
   DirSelectPage& page = *dialog.dirSelectPage();
@@ -286,6 +288,7 @@ TEST_F(Flow, FailedRunShowsTheErrorThenTheErrorPage) {
 TEST_F(Flow, StarterWriteFailureIsShownAndTheWizardGoesOn) {
   buildPackage({{"en", "P", "V", std::string("/") + kDoc}});
   ASSERT_EQ(g_mkdir_with_parents(m_cfg.c_str(), 0700), 0);  // a folder in the file's place
+  HeldFinishingPause pause;
   CInstallerDlg& dialog = start();
   toDirectoryPage(m_dest);
   m_answers = {GTK_RESPONSE_OK};
