@@ -99,7 +99,8 @@ TEST_F(ResourcesTest, UnknownLanguageOrKeyGivesEmptyText) {
   }
 }
 
-// Texts in scripts of every width, decoded letter for letter.
+// One text of each table, decoded letter for letter: a table given to the
+// wrong language shows.
 TEST_F(ResourcesTest, TextsComeOutLetterForLetter) {
   const struct {
     LangIdType id;
@@ -111,9 +112,16 @@ TEST_F(ResourcesTest, TextsComeOutLetterForLetter) {
        u"An error occurred during the installation process. Installation canceled. Template "
        u"directory has not been changed."},
       {kLangRu, "IDS_WIZARD_BACK", u"< Назад"},
+      {kLangUk, "IDS_WIZARD_FINISH", u"ОК"},
+      {kLangLv, "IDS_WIZARD_BACK", u"< Atpakaļ"},
+      {kLangLt, "IDS_DEFPROVIDER", u"<Tiekėjas>"},
+      {kLangBg, "IDS_BROWSE_CANCEL", u"Отказ"},
+      {kLangDe, "IDS_WIZARD_BACK", u"< Zurück"},
       {kLangRo, "IDS_ERROR_NOSPACE", u"Spațiu insuficient în folderul Temp."},
       {kLangKa, "IDS_WIZARD_BACK", u"< უკან"},
+      {kLangKk, "IDS_WIZARD_BACK", u"< Артқа"},
       {kLangVi, "IDS_WIZARD_CANCEL", u"Hủy bỏ"},
+      {kLangTr, "IDS_WIZARD_NEXT", u"İleri >"},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(text_in(c.id, c.key), c.expected) << "language " << c.id << " key " << c.key;
