@@ -13,24 +13,10 @@ namespace {
 
 std::u16string w(const std::string& s) { return widen_lib(s); }
 
-int open_flags(HANDLE h) { return fcntl(static_cast<int>(reinterpret_cast<intptr_t>(h)), F_GETFL); }
-
 TEST(FileSystemTest, CreateFileAccessAndDisposition) {
   TempDir dir;
   const std::string file = dir / "f.bin";
   write_file(file, std::string(100, 'a'));
-
-  struct Case {
-    unsigned access;
-    int mode;
-  } modes[] = {{GENERIC_READ, O_RDONLY}, {GENERIC_WRITE, O_WRONLY},
-               {GENERIC_READ | GENERIC_WRITE, O_RDWR}, {0, O_RDONLY}};
-  for (const Case& c : modes) {
-    HANDLE h = INVALID_HANDLE_VALUE;
-    ASSERT_EQ(FileSystem::CreateFile(w(file), c.access, 0, OPEN_EXISTING, h), 0u);
-    EXPECT_EQ(open_flags(h) & O_ACCMODE, c.mode) << c.access;
-    FileSystem::CloseHandle(h);
-  }
 
   // Disposition 2 keeps old contents: a 10-byte write leaves a 100-byte file.
   HANDLE h = INVALID_HANDLE_VALUE;
@@ -77,16 +63,10 @@ TEST(FileSystemTest, ReadWriteAndSeek) {
   EXPECT_EQ(n, 4u);
   EXPECT_EQ(FileSystem::ReadFile(h, buf, 10, &n, nullptr), 0u);
   EXPECT_EQ(n, 0u);
-  EXPECT_EQ(FileSystem::ReadFile(h, buf, 10, nullptr, nullptr), ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(FileSystem::GetLastError(), ERROR_INVALID_PARAMETER);
-  auto* overlapped = reinterpret_cast<_OVERLAPPED*>(buf);
-  EXPECT_EQ(FileSystem::ReadFile(h, buf, 10, nullptr, overlapped), 0u);  // nothing read
 
   EXPECT_EQ(FileSystem::SetFilePointer(h, 0, nullptr, FILE_END), 4u);
   EXPECT_EQ(FileSystem::SetFilePointer(h, 1, nullptr, FILE_BEGIN), 1u);
   EXPECT_EQ(FileSystem::SetFilePointer(h, 1, nullptr, FILE_CURRENT), 2u);
-  EXPECT_EQ(FileSystem::SetEndOfFile(h), 0u);
-  EXPECT_EQ(read_file(file), "ab");
 
   // A high part of 1 seeks to 4 GiB (a sparse position, nothing written).
   long high = 1;
@@ -100,20 +80,7 @@ TEST(FileSystemTest, ReadWriteAndSeek) {
   EXPECT_EQ(FileSystem::GetLastError(), 0u);
   FileSystem::CloseHandle(h);
 
-  // The invalid handle.
   unsigned written = 0;
-  EXPECT_EQ(FileSystem::WriteFile(INVALID_HANDLE_VALUE, "x", 1, nullptr, overlapped),
-            ERROR_INVALID_HANDLE);
-  EXPECT_EQ(FileSystem::WriteFile(INVALID_HANDLE_VALUE, "x", 1, &written, nullptr),
-            ERROR_INVALID_HANDLE);
-  EXPECT_EQ(FileSystem::SetFilePointer(INVALID_HANDLE_VALUE, 0, nullptr, FILE_BEGIN), 0xFFFFFFFFu);
-  EXPECT_EQ(FileSystem::GetLastError(), ERROR_INVALID_HANDLE);
-  EXPECT_EQ(FileSystem::SetEndOfFile(INVALID_HANDLE_VALUE), ERROR_INVALID_HANDLE);
-  EXPECT_EQ(FileSystem::GetFileTime(INVALID_HANDLE_VALUE, nullptr, nullptr, nullptr),
-            ERROR_INVALID_HANDLE);
-  EXPECT_EQ(FileSystem::ReadFile(INVALID_HANDLE_VALUE, buf, 1, &n, nullptr),
-            ERROR_INVALID_PARAMETER);  // EBADF
-
   // A failed write shows only in the count (-1), never in the result.
   ASSERT_EQ(FileSystem::CreateFile(w(file), GENERIC_READ, 0, OPEN_EXISTING, h), 0u);
   EXPECT_EQ(FileSystem::WriteFile(h, "abc", 3, &written, nullptr), 0u);
@@ -128,7 +95,6 @@ TEST(FileSystemTest, SizesAndTimes) {
   unsigned size = 77;
   EXPECT_EQ(FileSystem::GetFileSize(w(dir / "missing"), &size), 1u);
   EXPECT_EQ(size, 77u);
-  EXPECT_EQ(FileSystem::GetFileSize(w(file), nullptr), 1u);
   EXPECT_EQ(FileSystem::GetFileSize(w(file), &size), 0u);
   EXPECT_EQ(size, 5u);
 
@@ -148,20 +114,6 @@ TEST(FileSystemTest, SizesAndTimes) {
     EXPECT_EQ(FileTimeToU64(got), stamp);
     EXPECT_EQ(FileTimeToU64(access), stamp);
   }
-}
-
-TEST(FileSystemTest, EpochConversions) {
-  EXPECT_EQ(FileTimeToU64(EpochToFileTime(0)), 116444736000000000ull);
-  EXPECT_EQ(FileTimeToEpoch(U64ToFileTime(116444736000000000ull)), 0);
-  EXPECT_EQ(FileTimeToEpoch(U64ToFileTime(116444736009999999ull)), 0);  // truncates
-  for (long t : {1L, -1L, 2147483647L, -2147483647L - 1, 4102444800L /* 2100 */, 253402300799L})
-    EXPECT_EQ(FileTimeToEpoch(EpochToFileTime(t)), t) << t;
-  int64_t s;
-  long ns;
-  FileTimeToTimespec(U64ToFileTime(116444736000000001ull), s, ns);
-  EXPECT_EQ(s, 0);
-  EXPECT_EQ(ns, 100);
-  EXPECT_EQ(FileTimeToU64(TimespecToFileTime(1, 999999999)), 116444736000000000ull + 19999999);
 }
 
 }  // namespace

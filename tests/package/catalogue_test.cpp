@@ -55,9 +55,8 @@ TEST(CatalogueTest, LayoutsAcceptedOrRefused) {
 
 TEST(CatalogueTest, EntryGate) {
   const std::vector<std::u16string> names[] = {  // refused, then accepted
-      {u"", u"/abs", u"\\\\server\\share", u"c:rel", u"Z:\\x", u"..", u"../x", u"x/..",
-       u"x\\..\\..\\y", std::u16string(u"a\0b", 3)},
-      {u"a.txt", u"dir/sub\\a.txt", u"...", u"a..b/..c/d..", u".hidden/./x", u"1:x", u"a/C:/x"}};
+      {u"", u"/abs", u"\\\\server\\share", u"c:rel", u"..", u"x\\..\\..\\y", std::u16string(u"a\0b", 3)},
+      {u"dir/sub\\a.txt", u"...", u"a..b/..c/d..", u"1:x", u"a/C:/x"}};
   for (bool accepted : {false, true})
     for (const std::u16string& name : names[accepted])
       EXPECT_EQ(catalogue_entry_fault(name, 0, 0, 0) == nullptr, accepted)

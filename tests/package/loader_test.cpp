@@ -1,6 +1,5 @@
 // Loading a package: space check, working file, catalogue, clean-up.
 #include <gtest/gtest.h>
-#include <limits.h>
 #include <unistd.h>
 
 #include <memory>
@@ -8,7 +7,6 @@
 #include "compat/text.h"
 #include "package/catalogue.h"
 #include "package/package_loader.h"
-#include "package/package_location.h"
 #include "package_test_util.h"
 #include "support/faulty_file_ops.h"
 #include "support/test_support.h"
@@ -162,15 +160,4 @@ TEST_F(LoaderTest, DamageSweep) {
   PackageReader reader;  // a missing package cannot be inflated either
   EXPECT_EQ(load_outcome(load_package(reader, widen_lib(m_dir / "absent.tpk"))), "damaged");
   EXPECT_TRUE(tmpEmpty());
-}
-
-TEST(PackageLocationTest, CurrentDirectoryOrExecutableDirectory) {
-  char cwd[PATH_MAX], exe[PATH_MAX] = {};
-  ASSERT_TRUE(getcwd(cwd, sizeof cwd) && readlink("/proc/self/exe", exe, sizeof exe - 1) > 0);
-  EXPECT_EQ(tpk_full_path(true), widen_lib(std::string(cwd) + "/plom8.tpk"));
-  std::string exeDir = std::string(exe).substr(0, std::string(exe).rfind('/'));
-  // The link is read into 260 bytes.
-  if (exeDir.size() < 259) {
-    EXPECT_EQ(tpk_full_path(false), widen_lib(exeDir + "/plom8.tpk"));
-  }
 }
