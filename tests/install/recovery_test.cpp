@@ -470,6 +470,24 @@ TEST(RecoveryTest, TargetsAreUsedAsSpelled) {
     EXPECT_EQ(run_install(s.reader, s.dir, installer), 0u);
   }
   {
+    SCOPED_TRACE("a file whose path is just short of PATH_MAX");
+    Sandbox box;
+    // The file's path is 4,090 bytes; the temporary name beside it, longer
+    // than the file's name, makes a path that no single call may name.
+    const std::string name = "short.cfg";
+    std::string deep = box.target();
+    while (deep.size() < PATH_MAX - 6 - name.size() - 1) {
+      deep += "/" + std::string(std::min<size_t>(200, PATH_MAX - 6 - name.size() - deep.size() - 2), 'd');
+      ASSERT_EQ(mkdir(deep.c_str(), 0755), 0);
+    }
+    ASSERT_GT(deep.size() + 40, size_t(PATH_MAX));
+    PackageReader reader;
+    box.buildPackage(reader, {{name, "x", kPackageTime}});
+    Installer installer(0);
+    EXPECT_EQ(run_install(reader, w(deep + "/"), installer), 0u);
+    EXPECT_EQ(read_file(deep + "/" + name), "x");
+  }
+  {
     SCOPED_TRACE("a temporary directory 4,000 bytes long");
     Sandbox box;
     std::string deep = box.tmp();
