@@ -14,6 +14,10 @@ from installer_e2e import TEXTS, InstallerE2E, wait_until, write, xdotool
 EN = TEXTS["en"]
 
 
+def xprop(*args):
+    return subprocess.run(["xprop", *map(str, args)], capture_output=True, text=True, timeout=10).stdout
+
+
 def showing(root, role=None, name=None):
     """Showing descendants of `root` (pages once shown stay in the tree)."""
     found = []
@@ -37,19 +41,16 @@ def focused(root):
     return [o for o in showing(root) if o.getState().contains(pyatspi.STATE_FOCUSED)]
 
 
-def press(button):
-    button.queryAction().doAction(0)
+def labelled_by(o):
+    return [r.getTarget(0) for r in o.getRelationSet() if r.getRelationType() == pyatspi.RELATION_LABELLED_BY]
 
 
-def rect(o):
+def rect(o, text=False):  # the control's box, or with text=True that of its text
+    if text:
+        t = o.queryText()
+        return tuple(t.getRangeExtents(0, t.characterCount, pyatspi.DESKTOP_COORDS)[:4])
     e = o.queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
     return e.x, e.y, e.width, e.height
-
-
-def text_rect(o):
-    text = o.queryText()
-    e = text.getRangeExtents(0, text.characterCount, pyatspi.DESKTOP_COORDS)
-    return e[0], e[1], e[2], e[3]
 
 
 def inside(inner, outer):
@@ -75,19 +76,22 @@ class WizardA11y(InstallerE2E):
                               "the program in the accessibility tree")
         self.frame = one(self.app, "frame")
 
-    def focus(self, root=None):
-        return wait_until(lambda: (focused(root or self.app) or [None])[0], "a focused control")
+    def press(self, name, root=None):  # through the button's action
+        one(root or self.frame, "push button", name).queryAction().doAction(0)
 
     def alert(self):
         return one(self.app, "alert")
 
     def answer(self, name):
         """Presses the button `name` of the box on show; waits for it to close."""
-        press(one(self.alert(), "push button", name))
+        self.press(name, self.alert())
         self.alert_gone()
 
     def alert_gone(self):
         wait_until(lambda: not showing(self.app, "alert"), "the box to close")
+
+    def alert_says(self, text):
+        self.assertEqual([o.name for o in showing(self.alert(), "label")], [text])
 
     # ------------------------------------------------------------ screen reader
 
@@ -103,7 +107,7 @@ class WizardA11y(InstallerE2E):
         self.assertEqual([(o.getRoleName(), o.name, o.description) for o in focused(self.app)],
                          [("push button", EN["IDS_WIZARD_NEXT"], welcome)])
         self.assertEqual(len(showing(self.frame, "redundant object")), 1)
-        press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
+        self.press(EN["IDS_WIZARD_NEXT"])
 
         # Directory: the entry is named and labelled by its caption, carries
         # the prompt and has the focus; the browse button has a name.
@@ -113,27 +117,22 @@ class WizardA11y(InstallerE2E):
         caption = one(self.frame, "label", EN["IDS_TEMPLATE_CATALOG"])
         self.assertEqual((entry.name, entry.description),
                          (EN["IDS_TEMPLATE_CATALOG"], EN["IDS_DESTINATION_PROMPT"]))
-        labelled_by = [r.getTarget(0) for r in entry.getRelationSet()
-                       if r.getRelationType() == pyatspi.RELATION_LABELLED_BY]
-        self.assertEqual(labelled_by, [caption])
+        self.assertEqual(labelled_by(entry), [caption])
         self.assertEqual(len(showing(self.frame, "push button", EN["IDS_CHOOSEDIR_TITLE"])), 1)
 
         # A relative path: an alert with the interface text, its button focused.
         entry.queryEditableText().setTextContents("mytemplates")
-        press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
-        box = self.alert()
-        self.assertEqual([o.name for o in showing(box, "label")], [EN["IDS_SETUP_EMPTYTARGET"]])
+        self.press(EN["IDS_WIZARD_NEXT"])
+        self.alert_says(EN["IDS_SETUP_EMPTYTARGET"])
         self.answer("OK")
 
         # "~/..." is the home folder. The progress page: Cancel has the focus,
         # the bar is named by the status text and tells its value.
         entry.queryEditableText().setTextContents("~/mytemplates")
-        press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
+        self.press(EN["IDS_WIZARD_NEXT"])
         self.wait_trace("page=progress")
         bar = one(self.frame, "progress bar")
-        self.assertEqual([r.getTarget(0).name for r in bar.getRelationSet()
-                          if r.getRelationType() == pyatspi.RELATION_LABELLED_BY],
-                         [EN["IDS_PROGRESS_START"]])
+        self.assertEqual([o.name for o in labelled_by(bar)], [EN["IDS_PROGRESS_START"]])
         value = wait_until(lambda: 0 < bar.queryValue().currentValue < 100 and bar.queryValue().currentValue,
                            "progress under way")
         self.assertIn(value, [i * 100 // 12 for i in range(1, 12)])
@@ -151,9 +150,9 @@ class WizardA11y(InstallerE2E):
         self.assertEqual(len(showing(self.frame, "check box", EN["IDS_SUCCESS_OPENDESCR"])), 1)
         # Escape asks; Finish ends it.
         self.key("Escape")
-        self.assertEqual([o.name for o in showing(self.alert(), "label")], [EN["IDS_ACCEPT_CANCEL"]])
+        self.alert_says(EN["IDS_ACCEPT_CANCEL"])
         self.answer("No")
-        press(one(self.frame, "push button", EN["IDS_WIZARD_FINISH"]))
+        self.press(EN["IDS_WIZARD_FINISH"])
         self.assertEqual(self.proc.wait(20), 0)
 
     # ------------------------------------------------------------ large fonts
@@ -170,7 +169,7 @@ class WizardA11y(InstallerE2E):
                 continue
             if text.characterCount == 0 or o.getRoleName() == "text":
                 continue
-            r = text_rect(o)
+            r = rect(o, text=True)
             self.assertTrue(inside(r, rect(o)), f"{where}: cut off: {o.name!r} {r} in {rect(o)}")
             self.assertTrue(inside(r, area), f"{where}: off the window: {o.name!r}")
             texts.append((o.name, r))
@@ -189,24 +188,24 @@ class WizardA11y(InstallerE2E):
         self.package("en:Demo Templates:Demo Vendor:/docs/about it.html")
         self.starter(os.path.join(self.dest, "blocker/templates"))
         self.start()
-        press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
+        self.press(EN["IDS_WIZARD_NEXT"])
         self.wait_trace("page=directory")
         entry = one(self.frame, "text")
         self.check_texts("directory", self.frame, entry)
         blocked = entry.queryText().getText(0, -1)
         entry.queryEditableText().setTextContents("")
-        press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
+        self.press(EN["IDS_WIZARD_NEXT"])
         self.check_texts("empty target box", self.alert())
         self.answer("OK")
         self.key("Escape")
         self.check_texts("cancel question", self.alert())
         self.answer("No")
         entry.queryEditableText().setTextContents(blocked)
-        press(one(self.frame, "push button", EN["IDS_WIZARD_NEXT"]))
+        self.press(EN["IDS_WIZARD_NEXT"])
         self.check_texts("error box", self.alert())
         self.answer("OK")
         self.wait_trace("page=error")
-        press(one(self.frame, "push button", EN["IDS_WIZARD_FINISH"]))
+        self.press(EN["IDS_WIZARD_FINISH"])
         self.assertEqual(self.proc.wait(20), 0)
 
     def test_font_15(self):
@@ -217,15 +216,9 @@ class WizardA11y(InstallerE2E):
 
     # ------------------------------------------------------------ language
 
-    def window_ids(self):
-        """The main window and the other window of the program on show."""
-        box = wait_until(lambda: [w for w in self.windows() if w != self.main], "a second window")[0]
-        return self.main, box
-
-    def transient_for(self, window):
-        out = subprocess.run(["xprop", "-id", str(window), "WM_TRANSIENT_FOR"], capture_output=True,
-                             text=True, timeout=10).stdout
-        return int(out.split("#")[1], 16) if "#" in out else None
+    def assert_over_wizard(self):  # the program's second window is transient for the wizard
+        out = xprop("-id", self.wait_box(), "WM_TRANSIENT_FOR")
+        self.assertEqual(int(out.split("#")[1], 16) if "#" in out else None, self.main)
 
     def test_language(self):
         # A German desktop, the wizard asked for Russian: the toolkit's own
@@ -246,17 +239,17 @@ class WizardA11y(InstallerE2E):
         box = self.alert()
         self.assertEqual(sorted(o.name for o in showing(box, "push button")),
                          sorted([stock("_Yes"), stock("_No")]))
-        self.assertEqual(self.transient_for(self.window_ids()[1]), self.main)
+        self.assert_over_wizard()
         self.answer(stock("_No"))
-        press(one(self.frame, "push button", ru["IDS_WIZARD_NEXT"]))
+        self.press(ru["IDS_WIZARD_NEXT"])
         self.wait_trace("page=directory")
         # The chooser: titled, in Russian, showing the entry's folder.
-        press(one(self.frame, "push button", ru["IDS_CHOOSEDIR_TITLE"]))
+        self.press(ru["IDS_CHOOSEDIR_TITLE"])
         chooser = one(self.app, "dialog", ru["IDS_CHOOSEDIR_TITLE"])
-        self.assertEqual(self.transient_for(self.window_ids()[1]), self.main)
+        self.assert_over_wizard()
         one(chooser, "table cell", "alpha")
         one(chooser, "push button", stock("_Open"))
-        press(one(chooser, "push button", stock("_Cancel")))
+        self.press(stock("_Cancel"), chooser)
         wait_until(lambda: not showing(self.app, "dialog"), "the chooser to close")
 
     # ------------------------------------------------------------ window managers
@@ -268,9 +261,8 @@ class WizardA11y(InstallerE2E):
                               env=self.env())
         self.addCleanup(wm.wait, 10)
         self.addCleanup(wm.terminate)
-        wait_until(lambda: "window id" in subprocess.run(
-            ["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"], capture_output=True, text=True,
-            timeout=10).stdout, f"{command[0]} to manage the screen")
+        wait_until(lambda: "window id" in xprop("-root", "_NET_SUPPORTING_WM_CHECK"),
+                   f"{command[0]} to manage the screen")
         self.package("en:Demo Templates:Demo Vendor:/docs/about it.html", files=40)
         write(os.path.join(self.dest, "mine.txt"), "mine\n")
         self.starter(self.dest)
@@ -286,13 +278,10 @@ class WizardA11y(InstallerE2E):
         xdotool("key", "Escape")
         box = self.alert()
         wait_until(lambda: box.getState().contains(pyatspi.STATE_ACTIVE), "the box to be active")
-        self.assertEqual(self.focus(box).name, "No")
-        main, window = self.window_ids()
-        xdotool("mousemove", "--window", main, 20, 20, "click", 1)
-        stacking = lambda: subprocess.run(["xprop", "-root", "_NET_CLIENT_LIST_STACKING"],
-                                          capture_output=True, text=True, timeout=10).stdout
-        order = [int(w, 16) for w in stacking().split("#")[1].replace(",", " ").split()]
-        self.assertGreater(order.index(window), order.index(main), "the box is above the wizard")
+        self.assertEqual(wait_until(lambda: focused(box), "the focused answer")[0].name, "No")
+        xdotool("mousemove", "--window", self.main, 20, 20, "click", 1)
+        order = [int(w, 16) for w in xprop("-root", "_NET_CLIENT_LIST_STACKING").split("#")[1].split(",")]
+        self.assertGreater(order.index(self.wait_box()), order.index(self.main), "the box is above the wizard")
         xdotool("key", "Return")
         self.alert_gone()
         # The installation, cancelled from the keyboard, puts the folder back.
