@@ -377,7 +377,7 @@ TEST_F(StarterTest, RunsFinishingTogetherBothStayListed) {
   put(kLocal, kKey + "/t/first\n");
   const StarterState atStart = read_starter_state();
   ASSERT_TRUE(atStart.writeOrdinary);
-  for (int round = 0; round < 10; ++round) {
+  for (int round = 0; round < 20; ++round) {
     int go[2];
     ASSERT_EQ(pipe(go), 0);
     const std::string dirs[] = {"/t/" + std::to_string(round) + "a",
