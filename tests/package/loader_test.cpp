@@ -50,8 +50,8 @@ TEST_F(LoaderTest, SpaceCheckThenLoad) {
   const std::string bytes = deflate_raw(working);
   const std::u16string path = package(bytes);
   LoadOptions options;
-  options.freeSpace = [](uint64_t* bytes) {
-    return *bytes = g_freeSpace, g_freeSpace == ~uint64_t(0) ? 123u : 0u;
+  options.freeSpace = [](uint64_t* out) {
+    return *out = g_freeSpace, g_freeSpace == ~uint64_t(0) ? 123u : 0u;
   };
   // One byte short; no answer (the check is skipped); a 32-bit wrap; exactly enough.
   const uint64_t kNeed = 3 * bytes.size();

@@ -174,6 +174,6 @@ INSTANTIATE_TEST_SUITE_P(All, EveryLanguage,
                                            Look{"kk", 10}, Look{"vi", 10}, Look{"tr", 10},
                                            Look{"en", 15}, Look{"en", 20}, Look{"kk", 15},
                                            Look{"ka", 20}),
-                         [](const auto& info) { return name_of(info.param); });
+                         [](const auto& p) { return name_of(p.param); });
 
 }  // namespace
