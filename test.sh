@@ -3,10 +3,12 @@
 # needed): the plain build first, then the whole suite again under
 # AddressSanitizer + UndefinedBehaviorSanitizer, and the installation engine
 # and its threads under ThreadSanitizer. All three builds treat GCC's warnings
-# (-Wall -Wextra -Wshadow) as errors.
+# (-Wall -Wextra -Wshadow) as errors, and every C++ file must already be in
+# the form .clang-format gives it.
 set -euo pipefail
 cd "$(dirname "$0")"
 bash tools/setup-deps.sh
+git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format --dry-run --Werror
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTPL_WERROR=ON
 cmake --build build -j2
 env -u DISPLAY ctest --test-dir build -j2 --output-on-failure

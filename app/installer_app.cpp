@@ -90,8 +90,8 @@ int run_headless_install(const LaunchOptions& options) {
   {
     // Undoing a large interrupted run takes a while: shown like a run.
     ProgressLine line;
-    start = prepare_installation(tpk_full_path(options.useCwd), package, starter,
-                                 &interrupt_flag(), [&line](size_t done, size_t total) {
+    start = prepare_installation(tpk_full_path(options.useCwd), package, starter, &interrupt_flag(),
+                                 [&line](size_t done, size_t total) {
                                    line.show(int(done * 100 / (total ? total : 1)),
                                              u"undoing an interrupted installation");
                                  });

@@ -515,8 +515,8 @@ int main(int argc, char** argv) {
     std::string option = argv[i];
     if (i + 1 >= argc) return usage();
     static const std::set<std::string> kKnown = {
-        "--fresh",       "--reinstall",    "--older",     "--floor",  "--prepare-older",
-        "--verify",      "--floor-reads",  "--floor-writes", "--interrupt", "--recover"};
+        "--fresh",  "--reinstall",   "--older",        "--floor",     "--prepare-older",
+        "--verify", "--floor-reads", "--floor-writes", "--interrupt", "--recover"};
     if (!kKnown.count(option)) return usage();
     std::string dir = argv[i + 1];
     while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
@@ -541,7 +541,8 @@ int main(int argc, char** argv) {
     for (const FileEntry& e : reader.files) bytes += e.size;
     uint64_t packageBytes = 0, workingBytes = 0;
     FileSystem::GetFileSize64(widen_lib(argv[1]), &packageBytes);
-    if (reader.handle != INVALID_HANDLE_VALUE) FileSystem::GetFileSize64(widen_lib(working_file_path(reader)), &workingBytes);
+    if (reader.handle != INVALID_HANDLE_VALUE)
+      FileSystem::GetFileSize64(widen_lib(working_file_path(reader)), &workingBytes);
     Record r("load");
     meter.report(r);
     r.add("error", failure)

@@ -162,7 +162,8 @@ unsigned FileSystem::SetFileTime(HANDLE h, const _FILETIME*, const _FILETIME*,
   FileTimeToTimespec(*write, seconds, nanoseconds);
   struct timespec times[2] = {{static_cast<time_t>(seconds), nanoseconds},
                               {static_cast<time_t>(seconds), nanoseconds}};
-  file_ops().setTimes(fd_of(h), std::string(), times);  // a refused stamp is not reported: the copy itself succeeded
+  file_ops().setTimes(fd_of(h), std::string(),
+                      times);  // a refused stamp is not reported: the copy itself succeeded
   return 0;
 }
 

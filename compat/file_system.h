@@ -71,8 +71,7 @@ class FileSystem {
   // Full 64-bit size by path; 0 on success, 1 on failure.
   static unsigned GetFileSize64(const std::u16string& path, uint64_t* size);
   // Status-change, access and modification times, 100-ns exact.
-  static unsigned GetFileTime(HANDLE h, _FILETIME* creation, _FILETIME* access,
-                              _FILETIME* write);
+  static unsigned GetFileTime(HANDLE h, _FILETIME* creation, _FILETIME* access, _FILETIME* write);
   // Sets access and modification time to `write`, 100-ns exact.
   static unsigned SetFileTime(HANDLE h, const _FILETIME* creation, const _FILETIME* access,
                               const _FILETIME* write);

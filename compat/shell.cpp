@@ -121,8 +121,8 @@ unsigned FileSystem::GetTempPath(std::u16string& path) {
   return 0;
 }
 
-unsigned FileSystem::GetTempFileName(const std::u16string& directory,
-                                     const std::u16string& prefix, std::u16string& name) {
+unsigned FileSystem::GetTempFileName(const std::u16string& directory, const std::u16string& prefix,
+                                     std::u16string& name) {
   // As tempnam: at most five bytes of the narrow prefix, "file" for none; a
   // name nothing stands at, tried TMP_MAX times. A name that is taken, or
   // whose status cannot be read for another reason, is never handed out:

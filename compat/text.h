@@ -32,8 +32,7 @@ int MultiByteToWideChar(unsigned codePage, unsigned flags, const char* source, i
 // single byte it stands for; a character that a non-UTF-8 locale cannot
 // represent is written as '?'. Never fails.
 int WideCharToMultiByte(unsigned codePage, unsigned flags, const char16_t* source, int srcLen,
-                        char* destination, int dstCap, const char* defaultChar,
-                        int* usedDefault);
+                        char* destination, int dstCap, const char* defaultChar, int* usedDefault);
 
 // Locale bytes -> UTF-16 (stops at an embedded NUL). Never throws on bad bytes.
 // In what it returns, every high surrogate is immediately followed by the low

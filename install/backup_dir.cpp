@@ -92,8 +92,8 @@ unsigned BackupDir::make() {
 bool BackupDir::take(const std::string& path) {
   close();
   int fd = -1;
-  if (file_ops().open(AT_FDCWD, without_slash(path), O_RDONLY | O_DIRECTORY | O_NOFOLLOW, 0,
-                      fd) != 0)
+  if (file_ops().open(AT_FDCWD, without_slash(path), O_RDONLY | O_DIRECTORY | O_NOFOLLOW, 0, fd) !=
+      0)
     return false;
   struct stat64 st;
   m_fd = fd;
@@ -109,8 +109,8 @@ bool BackupDir::take(const std::string& path) {
 bool BackupDir::stillNamed() const {
   struct stat64 open, named;
   return m_fd >= 0 && file_ops().stat(m_fd, std::string(), open, true) == 0 &&
-         file_ops().stat(AT_FDCWD, without_slash(m_path), named, false) == 0 && S_ISDIR(named.st_mode) &&
-         open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+         file_ops().stat(AT_FDCWD, without_slash(m_path), named, false) == 0 &&
+         S_ISDIR(named.st_mode) && open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }
 
 bool BackupDir::holdsOnly(const std::vector<std::string>& saved) const {

@@ -246,8 +246,7 @@ unsigned Installer::planEntry(const FileEntry& entry, Work& work) {
   return m_rollback.prepareTempFile(work.target, work.temp);
 }
 
-unsigned Installer::actGroup(PackageReader& reader, const std::u16string& givenDir,
-                             size_t count) {
+unsigned Installer::actGroup(PackageReader& reader, const std::u16string& givenDir, size_t count) {
   for (Work& work : m_group) {
     m_acting = work.index;
     const FileEntry& entry = reader.files[work.index];
@@ -290,8 +289,8 @@ std::pair<int, std::string> Installer::place(Work& work, const std::string& path
 
 unsigned Installer::writeContents(PackageReader& reader, const FileEntry& entry, Work& work) {
   const auto [dir, name] = place(work, work.temp);
-  if (int error = file_ops().open(dir, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0660,
-                                  work.fd))
+  if (int error =
+          file_ops().open(dir, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0660, work.fd))
     return fail(setLastErrorByErrNo(error), Operation::kCreateFile, work.target, error);
   if (unsigned code = seek_to(reader.handle, entry.offset))
     return fail(code, Operation::kReadPackage, work.target, 0,

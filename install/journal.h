@@ -34,12 +34,12 @@ enum class JournalOp : uint8_t {
 
 struct JournalEntry {
   JournalOp op = JournalOp::kTarget;
-  std::string path;       // the path's bytes as the system sees them; never holds a NUL
-  uint64_t inode = 0;     // kTimes, kDirectoryMade, kSavedFile, kPlacedFile
-  uint64_t size = 0;      // kPlacedFile: the file's size; kTarget: bytes of the existing prefix
+  std::string path;         // the path's bytes as the system sees them; never holds a NUL
+  uint64_t inode = 0;       // kTimes, kDirectoryMade, kSavedFile, kPlacedFile
+  uint64_t size = 0;        // kPlacedFile: the file's size; kTarget: bytes of the existing prefix
   int64_t sec[2] = {0, 0};  // kTimes: access, modification; kSavedFile: [0] change;
   long nsec[2] = {0, 0};    //   kPlacedFile: [0] modification
-  bool fresh = false;     // kPlacedFile: nothing stood at the path before (a new file)
+  bool fresh = false;       // kPlacedFile: nothing stood at the path before (a new file)
 };
 
 // One record: length, CRC-32, then the fields.

@@ -30,13 +30,13 @@ bool inside(const std::string& path, const std::string& target) {
 
 // The run's view of itself, built once from the records.
 struct Plan {
-  std::vector<std::string> temps;                                // W
-  std::vector<std::string> fresh;                                // P of new files, in order
+  std::vector<std::string> temps;                                 // W
+  std::vector<std::string> fresh;                                 // P of new files, in order
   std::unordered_map<std::string, std::vector<uint64_t>> placed;  // P: inodes written at a path
-  std::vector<const JournalEntry*> stored;                       // S
-  std::vector<std::string> made;                                 // D, in order, once each
-  std::unordered_map<std::string, uint64_t> madeInode;           // E
-  std::vector<const JournalEntry*> times;                        // M
+  std::vector<const JournalEntry*> stored;                        // S
+  std::vector<std::string> made;                                  // D, in order, once each
+  std::unordered_map<std::string, uint64_t> madeInode;            // E
+  std::vector<const JournalEntry*> times;                         // M
 };
 
 Plan plan_of(const RunJournal& journal) {

@@ -16,11 +16,11 @@
 // A journal read back and checked: the records up to the first that is
 // damaged, cut short, or names a path outside what its run could touch.
 struct RunJournal {
-  std::string target;                // folded target of the run; empty when unknown
-  std::vector<std::string> levels;   // folded levels the target's spelling names
-  std::vector<JournalEntry> entries; // the trusted records, in order
-  bool clean = false;                // nothing was cut off after them
-  bool committed = false;            // the run had succeeded
+  std::string target;                 // folded target of the run; empty when unknown
+  std::vector<std::string> levels;    // folded levels the target's spelling names
+  std::vector<JournalEntry> entries;  // the trusted records, in order
+  bool clean = false;                 // nothing was cut off after them
+  bool committed = false;             // the run had succeeded
 };
 RunJournal check_journal(const JournalText& text);
 

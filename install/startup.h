@@ -13,9 +13,9 @@
 #include "starter/starter_state.h"
 
 struct StartupReport {
-  Status status;                             // ok, or why the start cannot go on
-  std::vector<std::u16string> restored;      // targets of interrupted runs put back
-  std::vector<std::u16string> notRestored;   // backup folders kept: not everything went back
+  Status status;                            // ok, or why the start cannot go on
+  std::vector<std::u16string> restored;     // targets of interrupted runs put back
+  std::vector<std::u16string> notRestored;  // backup folders kept: not everything went back
 };
 
 // Steps of the recovery done and in all, now and then.
@@ -30,6 +30,5 @@ using RecoveryProgress = std::function<void(size_t done, size_t total)>;
 // either way). Nothing of this run is left in the temporary directory
 // after a failure.
 StartupReport prepare_installation(const std::u16string& packagePath, PackageReader& package,
-                                   StarterState& starter,
-                                   const std::atomic<bool>* stop = nullptr,
+                                   StarterState& starter, const std::atomic<bool>* stop = nullptr,
                                    const RecoveryProgress& progress = RecoveryProgress());

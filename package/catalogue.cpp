@@ -286,4 +286,3 @@ unsigned read_catalogue(ByteSource& in, uint64_t totalSize, std::vector<Language
   }
   return 0;
 }
-

@@ -10,7 +10,6 @@
 
 #include "package/install_data.h"
 
-
 // Where the parser takes its bytes from, front to back.
 class ByteSource {
  public:
@@ -59,4 +58,3 @@ unsigned read_catalogue(ByteSource& in, uint64_t totalSize, std::vector<Language
 // as "/"), and contents running past the end of the data area.
 const char* catalogue_entry_fault(const std::u16string& name, uint64_t offset, uint64_t size,
                                   uint64_t dataSize);
-

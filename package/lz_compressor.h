@@ -33,8 +33,8 @@ class LZCompressor {
   // destination. The source is mapped, never read into memory.
   static unsigned unpack(const std::u16string& src, const std::u16string& dst);
   // The same with a chosen engine and output chunk size (tests, benchmarks).
-  static unsigned unpack(const std::u16string& src, const std::u16string& dst,
-                         InflateEngine engine, size_t chunkSize = kBufferSize);
+  static unsigned unpack(const std::u16string& src, const std::u16string& dst, InflateEngine engine,
+                         size_t chunkSize = kBufferSize);
   // Inflates `src` into the open `dst` from its current position, which stays
   // open. Besides the codes above: 1013 when `dst` could not take every byte
   // (a full disk), 1223 when the stop flag was raised.

@@ -51,10 +51,12 @@ Status load_working_file(PackageReader& reader, const std::u16string& packagePat
     // Any other failure is the package's own open or mapping, the last
     // system call made: its errno is the system's reason.
     const int packageError = errno;
-    if (code == ERROR_CANTWRITE) return failure(code, Operation::kUnpack, reader.workingDir, writeError);
+    if (code == ERROR_CANTWRITE)
+      return failure(code, Operation::kUnpack, reader.workingDir, writeError);
     if (code == ERROR_INVALID_DATA)
       return failure(code, Operation::kUnpack, packagePath, 0, "not a valid compressed stream");
-    if (code == ERROR_CANCELLED) return failure(code, Operation::kUnpack, packagePath, 0, "interrupted");
+    if (code == ERROR_CANCELLED)
+      return failure(code, Operation::kUnpack, packagePath, 0, "interrupted");
     return failure(code, Operation::kUnpack, packagePath, packageError);
   }
 

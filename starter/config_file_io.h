@@ -28,7 +28,6 @@ void read_config_file(const std::u16string& path, ConfigFile& config);
 // it failed.
 Status write_config_file(const std::u16string& path, const ConfigFile& config);
 
-
 // False when the file is missing (or not a regular file), shorter than two
 // bytes or starts with the UTF-16LE byte-order mark FF FE; true otherwise.
 bool is_ansi_encoded(const std::u16string& path);

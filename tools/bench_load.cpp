@@ -6,9 +6,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -120,16 +120,15 @@ int main(int argc, char** argv) {
     std::u16string dir, working;
     FileSystem::GetTempPath(dir);
     FileSystem::GetTempFileName(dir, u"kpt", working);
-    unsigned code = LZCompressor::unpack(widen_lib(package), working, options.engine,
-                                         options.chunkSize);
+    unsigned code =
+        LZCompressor::unpack(widen_lib(package), working, options.engine, options.chunkSize);
     double elapsed = now_seconds() - start;
     FileSystem::DeleteFile(working);
     if (code != 0) {
       std::fprintf(stderr, "bench_load: unpack failed with %u\n", code);
       return 1;
     }
-    std::printf("%.6f 0 %s %zu\n", elapsed, inflate_engine_name(options.engine),
-                options.chunkSize);
+    std::printf("%.6f 0 %s %zu\n", elapsed, inflate_engine_name(options.engine), options.chunkSize);
     return 0;
   }
   double elapsed;

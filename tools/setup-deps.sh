@@ -8,7 +8,7 @@ packages=(
   build-essential cmake pkg-config libgtest-dev
   libgtk2.0-dev zlib1g-dev libisal-dev
   xvfb xauth xdotool x11-utils imagemagick fonts-dejavu-core
-  python3 clang pigz unzip zip time man-db ansible-core
+  python3 clang clang-format pigz unzip zip time man-db ansible-core
   # the wizard seen through the accessibility tree, in a private D-Bus
   # session, under three window managers, on a desktop in another language
   dbus-daemon at-spi2-core python3-pyatspi libatk-adaptor libgail-common

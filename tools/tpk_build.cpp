@@ -217,8 +217,8 @@ std::vector<std::string> leftover_warnings(const std::vector<tpk::SourceFile>& f
     std::string list;
     for (size_t i = 0; i < names.size() && i < 10; ++i) list += (i ? ", " : "") + names[i];
     if (names.size() > 10) list += " and " + std::to_string(names.size() - 10) + " more";
-    warnings.push_back("editor leftovers are packed: " + list + "; leave them out with --exclude '" +
-                       kEditorPatterns[k] + "'");
+    warnings.push_back("editor leftovers are packed: " + list +
+                       "; leave them out with --exclude '" + kEditorPatterns[k] + "'");
   }
   return warnings;
 }

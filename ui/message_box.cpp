@@ -1,6 +1,5 @@
 #include "ui/message_box.h"
 
-
 #include "compat/text.h"
 #include "ui/wizard_events.h"
 #include "ui/wnd.h"

@@ -110,8 +110,8 @@ class DirSelectPage : public WizardDialogPage {
   GtkWidget* m_prompt = nullptr;
   GtkWidget* m_caption = nullptr;
   GtkWidget* m_browse = nullptr;
-  std::u16string m_path;   // the path last set
-  std::string m_shown;     // the entry text shown for it
+  std::u16string m_path;  // the path last set
+  std::string m_shown;    // the entry text shown for it
 };
 
 // The installation's progress: a status text above a bar, which a screen

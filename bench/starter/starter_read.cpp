@@ -48,8 +48,9 @@ int main(int argc, char** argv) {
     }
   }
   std::sort(reads.begin(), reads.end());
-  std::printf("{\"read_median_s\": %.4f, \"read_min_s\": %.4f, \"read_max_s\": %.4f, "
-              "\"write_s\": %.4f, \"keys\": %zu, \"values\": %zu}\n",
-              reads[reads.size() / 2], reads.front(), reads.back(), write, keys, values);
+  std::printf(
+      "{\"read_median_s\": %.4f, \"read_min_s\": %.4f, \"read_max_s\": %.4f, "
+      "\"write_s\": %.4f, \"keys\": %zu, \"values\": %zu}\n",
+      reads[reads.size() / 2], reads.front(), reads.back(), write, keys, values);
   return 0;
 }

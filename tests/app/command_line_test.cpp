@@ -34,7 +34,9 @@ auto call(F f, std::vector<std::string> args) {
   return f(static_cast<int>(args.size()), argv.data());
 }
 
-std::string describe(const std::vector<std::string>& args) { return ::testing::PrintToString(args); }
+std::string describe(const std::vector<std::string>& args) {
+  return ::testing::PrintToString(args);
+}
 
 void expect_case(const Case& c) {
   LaunchOptions got = call(parse_command_line, c.args);
@@ -117,7 +119,8 @@ TEST_F(CommandLineTest, HelpAndVersionCountOnlyAsTheFirstArgument) {
       {{"-H"}, LaunchRequest::kRun},
       {{"--helpme"}, LaunchRequest::kRun},
   };
-  for (const auto& c : cases) EXPECT_EQ(call(launch_request, c.args), c.request) << describe(c.args);
+  for (const auto& c : cases)
+    EXPECT_EQ(call(launch_request, c.args), c.request) << describe(c.args);
 
   // The option scan ignores the four words, and -S after -L stays unseen.
   for (const Case& c : std::vector<Case>{

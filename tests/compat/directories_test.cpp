@@ -19,7 +19,7 @@ std::u16string w(const std::string& s) { return widen_lib(s); }
 TEST(DirectoriesTest, PathsReachTheShellLiterally) {
   TempDir dir;
   // Anything the shell would expand or end the quotes with.
-  const std::string hostile[] = {"q\"uote", "$(touch INJECTED)", "`touch INJECTED`",
+  const std::string hostile[] = {"q\"uote",     "$(touch INJECTED)",     "`touch INJECTED`",
                                  "back\\slash", "sp ace;touch INJECTED", "Каталог 'x'"};
   std::set<std::string> expected;
   for (const std::string& name : hostile) {
@@ -126,8 +126,7 @@ TEST(DirectoriesTest, CommandStatusAndRoot) {
   EXPECT_EQ(run_linux_command("exit 3") >> 8, 3);
   EXPECT_EQ(shell_command_count(), before + 1);
   EXPECT_TRUE(isDiskRoot(u"/"));
-  for (const char16_t* not_root : {u"//", u"/tmp", u""})
-    EXPECT_FALSE(isDiskRoot(not_root));
+  for (const char16_t* not_root : {u"//", u"/tmp", u""}) EXPECT_FALSE(isDiskRoot(not_root));
 }
 
 }  // namespace

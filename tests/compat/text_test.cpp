@@ -1,6 +1,7 @@
+#include "compat/text.h"
+
 #include <gtest/gtest.h>
 
-#include "compat/text.h"
 #include "support/test_support.h"
 #include "turkish_locale.h"
 
@@ -12,11 +13,21 @@ TEST(TextTest, WidenThenNarrowGivesBackEveryByte) {
   // UTF-8 and the plain C locale (ASCII) both take UTF-8 bytes apart the same way.
   for (const char* locale : {"C.UTF-8", "C"}) {
     ScopedEnv lcAll("LC_ALL", locale);
-    const std::string samples[] = {
-        "", "plain", "Каталог шаблонов", "< უკან", "Quay lại", "a\tb\r\n",
-        "a\xF0\x9F\x98\x80" "b",                      // above U+FFFF
-        "caf\xe9", "\xd0", "ab\xe2\x82", "\xc0\xaf",  // Latin-1, cut, overlong
-        "\xed\xa0\x80", "\xff\xfe", "ok\x80ok"};      // encoded surrogate, stray bytes
+    const std::string samples[] = {"",
+                                   "plain",
+                                   "Каталог шаблонов",
+                                   "< უკან",
+                                   "Quay lại",
+                                   "a\tb\r\n",
+                                   "a\xF0\x9F\x98\x80"
+                                   "b",  // above U+FFFF
+                                   "caf\xe9",
+                                   "\xd0",
+                                   "ab\xe2\x82",
+                                   "\xc0\xaf",  // Latin-1, cut, overlong
+                                   "\xed\xa0\x80",
+                                   "\xff\xfe",
+                                   "ok\x80ok"};  // encoded surrogate, stray bytes
     for (const std::string& s : samples) EXPECT_EQ(narrow_lib(widen_lib(s)), s) << locale;
   }
   ScopedEnv lcAll("LC_ALL", "C.UTF-8");
@@ -25,7 +36,7 @@ TEST(TextTest, WidenThenNarrowGivesBackEveryByte) {
   EXPECT_EQ(widen_lib("a\xF0\x9F\x98\x80"), u"a\U0001F600");  // a surrogate pair
   std::u16string lone = u"x";
   lone += char16_t(0xD800);
-  EXPECT_EQ(narrow_lib(lone).substr(0, 1), "x");  // a lone surrogate does not stop it
+  EXPECT_EQ(narrow_lib(lone).substr(0, 1), "x");          // a lone surrogate does not stop it
   EXPECT_EQ(widen_lib(std::string("ab\0cd", 5)), u"ab");  // both stop at a NUL
   EXPECT_EQ(narrow_lib(std::u16string(u"ab\0cd", 5)), "ab");
 }
@@ -60,8 +71,12 @@ TEST(TextTest, EveryCharacterAboveFfffComesBackWholeBesideEscapedBytes) {
   // surrogate value included (U+1F4A9 ends in DCA9; A9 is also a stray byte).
   const std::string pile = utf8(0x1F4A9);
   const std::string samples[] = {
-      pile + "\xA9", "\xA9" + pile, "\xF0" + pile, pile + "\xF0\x9F\x92",
-      "caf\xE9" + utf8(0x1F600) + "\xED\xB2\xA9", "\xC3" + utf8(0x10080) + "\xA9" + utf8(0x100FF),
+      pile + "\xA9",
+      "\xA9" + pile,
+      "\xF0" + pile,
+      pile + "\xF0\x9F\x92",
+      "caf\xE9" + utf8(0x1F600) + "\xED\xB2\xA9",
+      "\xC3" + utf8(0x10080) + "\xA9" + utf8(0x100FF),
   };
   for (const std::string& s : samples) EXPECT_EQ(narrow_lib(widen_lib(s)), s);
   std::u16string expected = u"\U0001F4A9";
@@ -74,8 +89,10 @@ TEST(TextTest, ReplaceAll) {
     std::u16string text, from, to, expected;
     unsigned count;
   } cases[] = {
-      {u"a\\b\\c", u"\\", u"/", u"a/b/c", 2}, {u"abc", u"", u"x", u"abc", 0},
-      {u"aaa", u"aa", u"b", u"ba", 1},        {u"abab", u"ab", u"abab", u"abababab", 2},
+      {u"a\\b\\c", u"\\", u"/", u"a/b/c", 2},
+      {u"abc", u"", u"x", u"abc", 0},
+      {u"aaa", u"aa", u"b", u"ba", 1},
+      {u"abab", u"ab", u"abab", u"abababab", 2},
   };
   for (Case& c : cases) {
     std::u16string text = c.text;

@@ -23,8 +23,8 @@ class TurkishLocale {
     }
     // -c: write the locale even when localedef has warnings; whether it
     // worked shows in setlocale below.
-    const std::string command = "localedef -c -i tr_TR -f UTF-8 '" + (m_dir / "tr_TR.UTF-8") +
-                                "' >/dev/null 2>&1";
+    const std::string command =
+        "localedef -c -i tr_TR -f UTF-8 '" + (m_dir / "tr_TR.UTF-8") + "' >/dev/null 2>&1";
     (void)std::system(command.c_str());
     m_locpath = std::make_unique<ScopedEnv>("LOCPATH", m_dir.path());
     m_ok = setlocale(LC_ALL, "tr_TR.UTF-8") != nullptr;

@@ -16,12 +16,12 @@ TEST(FileNamesTest, EveryKindOfNameIsInstalledAsItIsInTheSource) {
   ScopedEnv locale("LC_ALL", "C.UTF-8");
   const std::vector<std::string> names = {
       "plain.txt",
-      "Шаблоны/Каталог.xml",              // Cyrillic
-      "Tiếng Việt/mẫu.ini",               // Vietnamese, combining forms
-      "\xF0\x90\x80\x80\xF0\x90\x83\xBF", // U+10000 and U+100FF: DC00 and DCFF
+      "Шаблоны/Каталог.xml",               // Cyrillic
+      "Tiếng Việt/mẫu.ini",                // Vietnamese, combining forms
+      "\xF0\x90\x80\x80\xF0\x90\x83\xBF",  // U+10000 and U+100FF: DC00 and DCFF
       "emoji \xF0\x9F\x93\x81/\xF0\x9F\x93\x84 \xF0\x9F\x92\xBE.cfg",  // in folder names too
-      "caf\xE9.txt",                      // Latin-1: not UTF-8 at all
-      "\xE9\xF0\x9F\x92\xA9\xA9",         // stray bytes on both sides of a pair
+      "caf\xE9.txt",                                                   // Latin-1: not UTF-8 at all
+      "\xE9\xF0\x9F\x92\xA9\xA9",  // stray bytes on both sides of a pair
   };
   Sandbox box;
   const std::string src = box.root() + "/src";

@@ -1,6 +1,8 @@
 // Crash safety: every call of the file layer failed in turn, the process
 // stopped at every call (and the power cut there), damaged and hand-made
 // journals, one run per target, and the places a run may and may not touch.
+#include "install/recovery.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,7 +15,6 @@
 #include <sstream>
 
 #include "install/journal.h"
-#include "install/recovery.h"
 #include "install/startup.h"
 #include "install/target_lock.h"
 #include "package_fixture.h"
@@ -42,7 +43,8 @@ Snapshot full_snapshot(const std::string& root, const std::string& rel = "") {
     struct stat st;
     if (lstat(path.c_str(), &st) != 0) continue;
     std::ostringstream v;
-    v << std::oct << st.st_mode << std::dec << " " << st.st_mtim.tv_sec << "." << st.st_mtim.tv_nsec;
+    v << std::oct << st.st_mode << std::dec << " " << st.st_mtim.tv_sec << "."
+      << st.st_mtim.tv_nsec;
     if (S_ISREG(st.st_mode)) v << " " << read_file(path);
     if (S_ISLNK(st.st_mode)) {
       char target[PATH_MAX];
@@ -477,7 +479,8 @@ TEST(RecoveryTest, TargetsAreUsedAsSpelled) {
     const std::string name = "short.cfg";
     std::string deep = box.target();
     while (deep.size() < PATH_MAX - 6 - name.size() - 1) {
-      deep += "/" + std::string(std::min<size_t>(200, PATH_MAX - 6 - name.size() - deep.size() - 2), 'd');
+      deep += "/" +
+              std::string(std::min<size_t>(200, PATH_MAX - 6 - name.size() - deep.size() - 2), 'd');
       ASSERT_EQ(mkdir(deep.c_str(), 0755), 0);
     }
     ASSERT_GT(deep.size() + 40, size_t(PATH_MAX));
@@ -514,7 +517,8 @@ TEST(RecoveryTest, AnUnsafeTemporaryDirectoryIsRefused) {
     ASSERT_EQ(chmod(box.tmp().c_str(), mode), 0);
     PackageReader reader;
     StarterState starter;
-    const StartupReport report = prepare_installation(w(box.root() + "/plom8.tpk"), reader, starter);
+    const StartupReport report =
+        prepare_installation(w(box.root() + "/plom8.tpk"), reader, starter);
     EXPECT_EQ(report.status.operation, mode == 0777 ? Operation::kCheckTemp : Operation::kUnpack);
     Installer installer(0);
     PackageReader package;

@@ -18,9 +18,12 @@ TEST(ClassifyRun, LastStateDecides) {
     int percent;
     OutcomeKind kind;
   } cases[] = {
-      {0, 100, OutcomeKind::kInstalled},  {0, 99, OutcomeKind::kFailed},
-      {ERROR_CANCELLED, 40, OutcomeKind::kCancelled}, {ERROR_CANCELLED, 100, OutcomeKind::kCancelled},
-      {ERROR_PATH_NOT_FOUND, 100, OutcomeKind::kFailed}, {ERROR_CANTWRITE, 0, OutcomeKind::kFailed},
+      {0, 100, OutcomeKind::kInstalled},
+      {0, 99, OutcomeKind::kFailed},
+      {ERROR_CANCELLED, 40, OutcomeKind::kCancelled},
+      {ERROR_CANCELLED, 100, OutcomeKind::kCancelled},
+      {ERROR_PATH_NOT_FOUND, 100, OutcomeKind::kFailed},
+      {ERROR_CANTWRITE, 0, OutcomeKind::kFailed},
   };
   for (const Case& c : cases)
     EXPECT_EQ(classify_run(c.state, c.percent), c.kind) << c.state << " " << c.percent;

@@ -48,26 +48,28 @@ TEST(CatalogueTest, LayoutsAcceptedOrRefused) {
     unsigned code = read_catalogue(source, c.bytes.size(), languages, files, info);
     SCOPED_TRACE(std::to_string(&c - cases) + ": " + info.fault);
     EXPECT_EQ(code, c.fault ? 13u : 0u);
-    if (c.fault) EXPECT_NE(info.fault.find(c.fault), std::string::npos);
-    else EXPECT_EQ(c.bytes.size() - info.dataStart, c.dataSize);
+    if (c.fault)
+      EXPECT_NE(info.fault.find(c.fault), std::string::npos);
+    else
+      EXPECT_EQ(c.bytes.size() - info.dataStart, c.dataSize);
   }
 }
 
 TEST(CatalogueTest, EntryGate) {
-  const std::vector<std::u16string> names[] = {  // refused, then accepted
-      {u"", u"/abs", u"\\\\server\\share", u"c:rel", u"..", u"x\\..\\..\\y", std::u16string(u"a\0b", 3)},
+  const std::vector<std::u16string> names[] = {
+      // refused, then accepted
+      {u"", u"/abs", u"\\\\server\\share", u"c:rel", u"..", u"x\\..\\..\\y",
+       std::u16string(u"a\0b", 3)},
       {u"dir/sub\\a.txt", u"...", u"a..b/..c/d..", u"1:x", u"a/C:/x"}};
   for (bool accepted : {false, true})
     for (const std::u16string& name : names[accepted])
-      EXPECT_EQ(catalogue_entry_fault(name, 0, 0, 0) == nullptr, accepted)
-          << narrow_lib(name);
+      EXPECT_EQ(catalogue_entry_fault(name, 0, 0, 0) == nullptr, accepted) << narrow_lib(name);
   struct Range {
     uint64_t offset, size, dataSize;
     bool accepted;
   } ranges[] = {{0, 10, 10, true},  {5, 5, 10, true},   {10, 0, 10, true},
                 {0, 11, 10, false}, {11, 0, 10, false}, {1, UINT64_MAX, 10, false}};
   for (const Range& c : ranges)
-    EXPECT_EQ(catalogue_entry_fault(u"a", c.offset, c.size, c.dataSize) == nullptr,
-              c.accepted)
+    EXPECT_EQ(catalogue_entry_fault(u"a", c.offset, c.size, c.dataSize) == nullptr, c.accepted)
         << c.offset << "+" << c.size;
 }

@@ -19,8 +19,9 @@ using namespace pkgtest;
 // and ended by Z_BLOCK, so blocks of every kind follow each other and matches
 // reach back across them; the first `tiny` bytes go in sync-flushed 40-byte blocks.
 static std::string blocky_stream(const std::string& data, size_t part, size_t tiny) {
-  const int kModes[][2] = {{6, Z_DEFAULT_STRATEGY}, {0, Z_DEFAULT_STRATEGY}, {1, Z_FIXED},
-                           {3, Z_FILTERED},         {6, Z_RLE},              {9, Z_HUFFMAN_ONLY}};
+  const int kModes[][2] = {
+      {6, Z_DEFAULT_STRATEGY}, {0, Z_DEFAULT_STRATEGY}, {1, Z_FIXED}, {3, Z_FILTERED}, {6, Z_RLE},
+      {9, Z_HUFFMAN_ONLY}};
   z_stream zs{};
   deflateInit2(&zs, 6, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
   std::string out(data.size() * 2 + 65536, '\0');

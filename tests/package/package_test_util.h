@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "package/package_loader.h"
 #include "package/package_layout.h"
+#include "package/package_loader.h"
 
 namespace pkgtest {
 

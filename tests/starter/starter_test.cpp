@@ -10,13 +10,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "../compat/turkish_locale.h"
 #include "compat/text.h"
 #include "starter/config_file.h"
 #include "starter/config_file_io.h"
 #include "starter/config_locations.h"
 #include "starter/starter_state.h"
 #include "support/test_support.h"
-#include "../compat/turkish_locale.h"
 
 using testsupport::exists;
 using testsupport::read_file;
@@ -98,14 +98,14 @@ TEST(ConfigFileTest, OperationsMatchKeysAndValuesIgnoringAsciiCase) {
 TEST(ConfigFileTest, IndexFollowsEntriesThatMoveOrGo) {
   ConfigFile config;
   for (const char16_t* key : {u"A", u"B", u"C"}) config.addValue(key, key);
-  config.setValues(u"a", {});         // A moves to the end, empty
+  config.setValues(u"a", {});  // A moves to the end, empty
   EXPECT_TRUE(config.addValue(u"c", u"c2"));
   EXPECT_FALSE(config.addValue(u"C", u"c"));
   EXPECT_TRUE(config.removeValue(u"b", u"B"));  // B goes
-  EXPECT_TRUE(config.addValue(u"b", u"new"));  // and comes back at the end
+  EXPECT_TRUE(config.addValue(u"b", u"new"));   // and comes back at the end
   EXPECT_TRUE(config.addValue(u"A", u"a"));
   EXPECT_EQ(dump(config), "C[C|c2|]a[a|]b[new|]");  // recreated as spelled
-  config.setValues(u"c", {u"x", u"X"});  // stored as given, repeats included
+  config.setValues(u"c", {u"x", u"X"});             // stored as given, repeats included
   EXPECT_TRUE(config.removeValue(u"C", u"x"));
   EXPECT_FALSE(config.addValue(u"C", u"x"));  // the second one is still there
   EXPECT_EQ(dump(config), "C[X|]a[a|]b[new|]");
@@ -183,7 +183,8 @@ TEST_F(StarterTest, ReplacingKeepsModeAndLinksAndFailingKeepsTheOldFile) {
     std::string path;
     unsigned code;
     int sysError;
-  } cases[] = {{"missing/zelbrun.cfg", 1, ENOENT}, {"zelbrun.cfg", 1, EISDIR}, {"link.cfg", 2, EFBIG}};
+  } cases[] = {
+      {"missing/zelbrun.cfg", 1, ENOENT}, {"zelbrun.cfg", 1, EISDIR}, {"link.cfg", 2, EFBIG}};
   for (const Case& c : cases) {
     testsupport::Snapshot before = snapshot(home("dir"));
     Status status = write_config_file(w(home("dir/") + c.path), config);
@@ -256,9 +257,9 @@ TEST_F(StarterTest, SettingRewritesOnlyThePerUserFileByteForByte) {
   // New values take the key's place. Later duplicates go, case ignored and an
   // entry without a final separator compared with "\\" appended. The base
   // directory is created on demand.
-  EXPECT_TRUE(
-      set_tmplts_list({u"/new/Шаблоны", u"/old/Шаблоны", u"/NEW/Шаблоны\\", u"/new/Шаблоны/"}, false)
-          .ok());
+  EXPECT_TRUE(set_tmplts_list(
+                  {u"/new/Шаблоны", u"/old/Шаблоны", u"/NEW/Шаблоны\\", u"/new/Шаблоны/"}, false)
+                  .ok());
   EXPECT_TRUE(set_tmplts_list({u"/b"}, true).ok());
   const std::string oldLine = kKey + "/old/Шаблоны\n";
   std::string expected = before + "\n";
@@ -321,8 +322,9 @@ TEST_F(StarterTest, StateWritesBackToTheFileTheListCameFrom) {
 TEST_F(StarterTest, FilesThatAreNotRegularReadAsMissingAndAreNeverWritten) {
   // A FIFO would block an open until a writer comes; /dev/zero never ends.
   put(kLocalBase, kKey + "/t/base\n");
-  ASSERT_EQ(std::system(("mkdir -p '" + home(".Orvo/zelbrun") + "' '" + home(".plom8//.Orvo/zelbrun") +
-                         "'").c_str()),
+  ASSERT_EQ(std::system(
+                ("mkdir -p '" + home(".Orvo/zelbrun") + "' '" + home(".plom8//.Orvo/zelbrun") + "'")
+                    .c_str()),
             0);
   ASSERT_EQ(mkfifo(home(kLocal).c_str(), 0600), 0);
   ASSERT_EQ(mkfifo(home(kShared).c_str(), 0600), 0);
@@ -415,8 +417,10 @@ TEST_F(StarterTest, RecordingRereadsTheFileAndKeepsWhatChangedMeanwhile) {
     std::vector<std::u16string> listAfter;
   } cases[] = {
       // Another program added a directory and a key while the wizard was open.
-      {"Other=1\n" + kKey + "/t/a\n", "Other=1\n" + kKey + "/t/a\n" + kKey + "/t/added\nNew=2\n",
-       "/t/new", "Other=1\n" + kKey + "/t/new\n" + kKey + "/t/a\n" + kKey + "/t/added\nNew=2\n",
+      {"Other=1\n" + kKey + "/t/a\n",
+       "Other=1\n" + kKey + "/t/a\n" + kKey + "/t/added\nNew=2\n",
+       "/t/new",
+       "Other=1\n" + kKey + "/t/new\n" + kKey + "/t/a\n" + kKey + "/t/added\nNew=2\n",
        {u"/t/new", u"/t/a", u"/t/added"}},
       // The file went away: it is written again with the target alone.
       {kKey + "/t/a\n", "-", "/t/new", kKey + "/t/new\n", {u"/t/new"}},

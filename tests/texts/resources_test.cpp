@@ -50,7 +50,8 @@ TEST_F(ResourcesTest, EveryLanguageHasEveryKeyOnceWithText) {
   for (int id = kLangRu; id <= kLangTr; ++id) {
     EXPECT_EQ(sorted_keys(LangIdType(id)), english) << "language " << id;
     for (const std::string& key : kAllKeys) {
-      EXPECT_FALSE(text_in(LangIdType(id), key.c_str()).empty()) << "language " << id << " key " << key;
+      EXPECT_FALSE(text_in(LangIdType(id), key.c_str()).empty())
+          << "language " << id << " key " << key;
     }
     EXPECT_TRUE(LoadResString("IDS_NOT_A_KEY").empty());
   }
@@ -61,10 +62,11 @@ TEST_F(ResourcesTest, EveryKeyTheProgramUsesExists) {
   const std::regex key("\"(ID[SR]_[A-Z_]+)\"");
   size_t used = 0;
   for (const char* folder : {"app", "install", "package", "starter", "ui"}) {
-    for (const auto& entry :
-         std::filesystem::recursive_directory_iterator(std::string(TPL_SOURCE_DIR) + "/" + folder)) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(
+             std::string(TPL_SOURCE_DIR) + "/" + folder)) {
       std::ifstream in(entry.path());
-      const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+      const std::string text((std::istreambuf_iterator<char>(in)),
+                             std::istreambuf_iterator<char>());
       for (std::sregex_iterator m(text.begin(), text.end(), key), end; m != end; ++m, ++used) {
         EXPECT_NE(std::find(kAllKeys.begin(), kAllKeys.end(), (*m)[1].str()), kAllKeys.end())
             << entry.path() << ": " << (*m)[1];
@@ -79,9 +81,15 @@ TEST_F(ResourcesTest, CodesMapToTheirIds) {
     const char* code;
     LangIdType id;
   } cases[] = {
-      {"ru", kLangRu}, {"en", kLangEn}, {"tr", kLangTr},
+      {"ru", kLangRu},
+      {"en", kLangEn},
+      {"tr", kLangTr},
       // Only the exact two lower-case letters are known.
-      {"EN", kLangNone}, {"en_US", kLangNone}, {"e", kLangNone}, {"fr", kLangNone}, {"", kLangNone},
+      {"EN", kLangNone},
+      {"en_US", kLangNone},
+      {"e", kLangNone},
+      {"fr", kLangNone},
+      {"", kLangNone},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(get_lang_id_by_lang_code(c.code), c.id) << '"' << c.code << '"';

@@ -56,7 +56,9 @@ TEST(TpkBuildTest, SourceDateEpochMakesCheckoutsIdentical) {
   EXPECT_EQ(read_file(out / "a.tpk"), read_file(out / "b.tpk"));
   // A package written inside the tree is left out of the next build.
   for (int i = 0; i < 2; ++i)
-    ASSERT_EQ(run(epoch + " " + kBuild + " " + q(first.path()) + " -q -o " + q(first / "p.tpk")).status, 0);
+    ASSERT_EQ(
+        run(epoch + " " + kBuild + " " + q(first.path()) + " -q -o " + q(first / "p.tpk")).status,
+        0);
   EXPECT_EQ(read_file(first / "p.tpk"), read_file(out / "a.tpk"));
   const std::string listing = run(kList + " " + q(out / "a.tpk")).out;
   EXPECT_TRUE(contains(listing, "2017-07-14T02:40:00.1234567Z            3"));  // old.txt as it was

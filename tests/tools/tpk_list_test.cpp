@@ -89,12 +89,12 @@ TEST(TpkListTest, PlanAgainstAnInstalledFolderFollowsTheHundredNanosecondRule) {
   std::string actions;
   for (const auto& [name, action] : sorted)
     actions += (actions.empty() ? "" : " ") + std::string(action);
-  EXPECT_EQ(r.out, "3\n" + actions +
-                       " {'new': 2, 'replace': 3, 'keep': 2, 'conflict': 2}\n")
+  EXPECT_EQ(r.out, "3\n" + actions + " {'new': 2, 'replace': 3, 'keep': 2, 'conflict': 2}\n")
       << r.err;
 
   // Wrong command lines.
-  for (const char* args : {"--against x", "--nope x.tpk", "a.tpk b.tpk", "--against x --proposed a.tpk"})
+  for (const char* args :
+       {"--against x", "--nope x.tpk", "a.tpk b.tpk", "--against x --proposed a.tpk"})
     EXPECT_EQ(run(kList + " " + args).status, 2) << args;
 }
 
@@ -159,8 +159,8 @@ TEST(TpkListTest, ProposedPlanFollowsTheStarterConfiguration) {
   ASSERT_EQ(run(kBuild + " " + q(tree.path()) + " -o " + q(package) + " -q").status, 0);
   const std::string kOrdinary = ".Orvo/zelbrun/zelbrun.cfg", kBase = ".Orvo/zelbrunt/zelbrun.cfg";
   const struct {
-    std::string file;  // starter file below HOME, "" for none
-    std::string text;  // its lines; @ stands for HOME
+    std::string file;     // starter file below HOME, "" for none
+    std::string text;     // its lines; @ stands for HOME
     std::string starter;  // proposal, file, first as tpk-list tells them; @ for HOME
   } cases[] = {
       {"", "", "@/.plom8/Orvo/plom8//tmplts None None"},

@@ -11,11 +11,11 @@
 #include <filesystem>
 #include <memory>
 
-#include "texts/resources.h"
 #include "compat/text.h"
 #include "finishing_pause.h"
 #include "support/slow_run.h"
 #include "support/test_support.h"
+#include "texts/resources.h"
 #include "tools/tpk_writer.h"
 #include "ui/installer_dlg.h"
 #include "ui/message_box.h"
