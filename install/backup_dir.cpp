@@ -12,6 +12,7 @@
 #include "compat/file_system.h"
 #include "compat/text.h"
 #include "install/journal.h"
+#include "install/paths.h"
 
 namespace {
 
@@ -20,11 +21,6 @@ const char kPrefix[] = "zqstp";
 // `path` without its final "/", so that a link at the name is seen as a link.
 std::string without_slash(const std::string& path) {
   return path.size() > 1 && path.back() == '/' ? path.substr(0, path.size() - 1) : path;
-}
-
-bool exists(const std::string& path) {
-  struct stat64 st;
-  return file_ops().stat(AT_FDCWD, path, st, false) != ENOENT;
 }
 
 // Whether the directory open as `fd` has entries.
@@ -70,10 +66,10 @@ unsigned BackupDir::make() {
   unsigned lost = 0;
   for (unsigned n = 0; lost < 1000; ++n) {
     const std::string candidate = base + kPrefix + std::to_string(n);
-    if (exists(candidate)) continue;
+    if (path_exists(candidate)) continue;
     unsigned code = FileSystem::CreateDirectory(widen_lib(candidate + "/"));
     if (code != 0) {
-      if (exists(candidate)) continue;  // made by someone else meanwhile
+      if (path_exists(candidate)) continue;  // made by someone else meanwhile
       return code;
     }
     if (take(candidate + "/") && !has_entries(m_fd) && file_ops().chmod(m_fd, 0700) == 0) {

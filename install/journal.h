@@ -72,7 +72,6 @@ class JournalFile {
   bool isOpen() const { return m_fd >= 0; }
   // Appends the records with one write. 0 or errno (ENOSPC for a short write).
   int append(const std::vector<JournalEntry>& entries);
-  int append(const JournalEntry& entry) { return append(std::vector<JournalEntry>{entry}); }
   // Puts what was appended on disk, then the length mark. 0 or errno.
   int flush();
   void close();

@@ -1,10 +1,14 @@
 #include "install/paths.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <memory>
 #include <vector>
+
+#include "compat/file_ops.h"
 
 namespace {
 
@@ -49,6 +53,11 @@ std::string fold_path(const std::string& path) {
   std::string out;
   for (const std::string& part : kept) out += "/" + part;
   return out.empty() ? "/" : out;
+}
+
+bool path_exists(const std::string& path) {
+  struct stat64 st;
+  return file_ops().stat(AT_FDCWD, path, st, false) != ENOENT;
 }
 
 bool is_below(const std::string& path, const std::string& dir) {

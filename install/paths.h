@@ -9,6 +9,10 @@
 // the root). Links are not looked at.
 std::string fold_path(const std::string& path);
 
+// Whether something stands at `path` (a link counts, not what it leads to):
+// false only when the lookup proves there is nothing.
+bool path_exists(const std::string& path);
+
 // Whether folded `path` lies strictly below folded `dir`.
 bool is_below(const std::string& path, const std::string& dir);
 

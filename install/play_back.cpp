@@ -19,11 +19,6 @@ bool look(const std::string& path, struct stat64& st) {
   return file_ops().stat(AT_FDCWD, path, st, false) == 0;
 }
 
-bool exists(const std::string& path) {
-  struct stat64 st;
-  return file_ops().stat(AT_FDCWD, path, st, false) != ENOENT;
-}
-
 bool inside(const std::string& path, const std::string& target) {
   return path == target || is_below(path, target);
 }
@@ -219,7 +214,7 @@ PlayBackResult play_back(const RunJournal& journal, const std::string& backupDir
   for (auto dir = outermost.rbegin(); dir != outermost.rend(); ++dir) {
     if (!steps.next()) return stopped();
     FileSystem::RemoveDirectory(widen_lib(*dir));
-    if (exists(*dir)) complete = false;
+    if (path_exists(*dir)) complete = false;
   }
   // 4. The old files, back where they were, over what the run wrote there.
   // A file that still has the journaled inode and change time never left (a
@@ -227,7 +222,7 @@ PlayBackResult play_back(const RunJournal& journal, const std::string& backupDir
   for (const JournalEntry* e : plan.stored) {
     if (!steps.next()) return stopped();
     const std::string saved = backupDir + e->path.substr(prefix.size());
-    if (!exists(saved)) continue;
+    if (!path_exists(saved)) continue;
     struct stat64 st;
     const bool present = look(e->path, st);
     if (present && st.st_ino == e->inode && st.st_ctim.tv_sec == e->sec[0] &&
@@ -243,7 +238,7 @@ PlayBackResult play_back(const RunJournal& journal, const std::string& backupDir
       continue;
     }
     FileSystem::MoveFile(widen_lib(saved), widen_lib(e->path));
-    if (exists(saved) || !exists(e->path)) complete = false;
+    if (path_exists(saved) || !path_exists(e->path)) complete = false;
   }
   // 5. Folders without proof, and the levels outside the target, when empty;
   // the innermost first.

@@ -20,11 +20,6 @@ int look(const std::string& path, struct stat64& st, bool follow = false) {
   return file_ops().stat(AT_FDCWD, path, st, follow);
 }
 
-bool exists(const std::string& path) {
-  struct stat64 st;
-  return look(path, st) != ENOENT;
-}
-
 JournalEntry entry_of(JournalOp op, std::string path) {
   JournalEntry e;
   e.op = op;
@@ -159,7 +154,7 @@ unsigned Rollback::prepareStore(const std::string& file, bool& move) {
   struct stat64 target;
   // Moving a directory aside would take a whole tree with it.
   if (look(file, target, true) == 0 && S_ISDIR(target.st_mode)) return ERROR_ALREADY_EXISTS;
-  if (!m_backup.isOpen() || exists(m_backup.path() + relative(file)))
+  if (!m_backup.isOpen() || path_exists(m_backup.path() + relative(file)))
     return ERROR_CANTWRITE;  // never overwrite a saved file
   noteDirectoryChange(parent_of(file));
   JournalEntry saved = entry_of(JournalOp::kSavedFile, file);
@@ -177,10 +172,11 @@ unsigned Rollback::moveAside(const std::string& file) {
   if (makeBackupDirectoryTree(widen_lib(parent_of(destination))) != 0) return ERROR_CANTWRITE;
   unsigned code = FileSystem::MoveFile(widen_lib(file), widen_lib(destination));
   // mv's exit status does not tell every failure apart: check where the file is.
-  if (!exists(file) && exists(destination)) return 0;
+  if (!path_exists(file) && path_exists(destination)) return 0;
   // A copy across file systems that could not remove the original: the
   // original stays authoritative, the stray copy goes.
-  if (exists(destination) && exists(file)) file_ops().unlink(AT_FDCWD, destination, false);
+  if (path_exists(destination) && path_exists(file))
+    file_ops().unlink(AT_FDCWD, destination, false);
   return code == ERROR_INVALID_PARAMETER ? code : ERROR_CANTWRITE;
 }
 
