@@ -9,7 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <system_error>
+#include <thread>
 
 extern char** environ;
 
@@ -19,6 +22,13 @@ FileOps g_system;
 std::atomic<FileOps*> g_ops{&g_system};
 
 int result(int value) { return value < 0 ? errno : 0; }
+
+// Flushes in flight at once: enough for the file system to commit many files
+// in one go while each waits for its own.
+constexpr size_t kFlushesAtOnce = 8;
+// Commands running at once: process start-up is CPU work, and a second core
+// halves it.
+constexpr size_t kCommandsAtOnce = 2;
 
 }  // namespace
 
@@ -81,6 +91,22 @@ int FileOps::unlink(int dirFd, const std::string& path, bool directory) {
 
 int FileOps::flush(int fd) { return result(fdatasync(fd)); }
 
+void FileOps::flushAll(const std::vector<int>& fds, std::vector<int>& errors) {
+  errors.assign(fds.size(), 0);
+  std::atomic<size_t> next{0};
+  auto work = [&] {
+    for (size_t i; (i = next++) < fds.size();) errors[i] = FileOps::flush(fds[i]);
+  };
+  std::vector<std::thread> helpers;
+  try {
+    while (helpers.size() + 1 < std::min(fds.size(), kFlushesAtOnce)) helpers.emplace_back(work);
+  } catch (const std::system_error&) {
+    // No more threads: the ones there are (this one at least) do the rest.
+  }
+  work();
+  for (std::thread& helper : helpers) helper.join();
+}
+
 int FileOps::startWriteback(int fd, int64_t offset, int64_t length) {
   return result(sync_file_range(fd, offset, length, SYNC_FILE_RANGE_WRITE));
 }
@@ -116,15 +142,43 @@ int FileOps::list(int dirFd, std::vector<std::string>& names) {
   return error;
 }
 
-int FileOps::run(const std::string& command, int& status) {
+namespace {
+
+int start_shell(const std::string& command, pid_t& pid) {
   char shell[] = "/bin/sh";
   char flag[] = "-c";
   char* argv[] = {shell, flag, const_cast<char*>(command.c_str()), nullptr};
-  pid_t pid;
-  if (int error = posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv, environ)) return error;
+  return posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv, environ);
+}
+
+int wait_for(pid_t pid, int& status) {
   while (waitpid(pid, &status, 0) < 0)
     if (errno != EINTR) return errno;
   return 0;
+}
+
+}  // namespace
+
+int FileOps::run(const std::string& command, int& status) {
+  pid_t pid;
+  if (int error = start_shell(command, pid)) return error;
+  return wait_for(pid, status);
+}
+
+void FileOps::runAll(const std::vector<std::string>& commands, std::vector<int>& statuses,
+                     std::vector<int>& errors) {
+  statuses.assign(commands.size(), 0);
+  errors.assign(commands.size(), 0);
+  std::vector<pid_t> pids(commands.size(), -1);
+  size_t waited = 0;
+  for (size_t i = 0; i < commands.size(); ++i) {
+    for (; waited + kCommandsAtOnce <= i; ++waited)
+      if (pids[waited] >= 0) errors[waited] = wait_for(pids[waited], statuses[waited]);
+    errors[i] = start_shell(commands[i], pids[i]);
+    if (errors[i]) pids[i] = -1;
+  }
+  for (; waited < commands.size(); ++waited)
+    if (pids[waited] >= 0) errors[waited] = wait_for(pids[waited], statuses[waited]);
 }
 
 int FileOps::freeSpace(const std::string& path, uint64_t& bytes) {

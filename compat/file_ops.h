@@ -38,6 +38,9 @@ class FileOps {
   virtual int unlink(int dirFd, const std::string& path, bool directory);
   // fdatasync(2).
   virtual int flush(int fd);
+  // flush() of every descriptor, several at a time, so that the file system
+  // can put them on disk together; `errors[i]` is the result for `fds[i]`.
+  virtual void flushAll(const std::vector<int>& fds, std::vector<int>& errors);
   // Starts writing a range to the disk without waiting (sync_file_range).
   virtual int startWriteback(int fd, int64_t offset, int64_t length);
   // flock(2), never waiting.
@@ -52,6 +55,10 @@ class FileOps {
   // Runs `command` with /bin/sh -c; `status` is the raw wait status. An
   // error only when no shell could be started.
   virtual int run(const std::string& command, int& status);
+  // run() of every command, several at a time; `statuses[i]` and
+  // `errors[i]` belong to `commands[i]`.
+  virtual void runAll(const std::vector<std::string>& commands, std::vector<int>& statuses,
+                      std::vector<int>& errors);
   // Free bytes for the user of the file system holding `path`.
   virtual int freeSpace(const std::string& path, uint64_t& bytes);
 };

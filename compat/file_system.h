@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "compat/file_time.h"
 
@@ -81,6 +82,9 @@ class FileSystem {
   // Directories and files through shell commands (paths escaped for the shell).
   // mkdir -p: 0, 2 when it failed, 87 when no shell could be started.
   static unsigned CreateDirectory(const std::u16string& path);
+  // CreateDirectory of each path, the commands running side by side; the
+  // codes in the order of the paths.
+  static std::vector<unsigned> CreateDirectories(const std::vector<std::u16string>& paths);
   // rm -rf; always 0.
   static unsigned RemoveDirectory(const std::u16string& path);
   // mv: 2 when mv exits with 1, 87 without a shell, 0 otherwise.

@@ -90,9 +90,21 @@ bool isWritePermitted(const std::u16string& directory) {
 bool isDiskRoot(const std::u16string& path) { return path == u"/"; }
 
 unsigned FileSystem::CreateDirectory(const std::u16string& path) {
-  int status = run_linux_command(quoted_command("mkdir -p ", path, " 2>/dev/null").c_str());
-  if (status == -1) return ERROR_INVALID_PARAMETER;
-  return exit_status(status) != 0 ? ERROR_FILE_NOT_FOUND : 0;
+  return CreateDirectories({path})[0];
+}
+
+std::vector<unsigned> FileSystem::CreateDirectories(const std::vector<std::u16string>& paths) {
+  std::vector<std::string> commands;
+  for (const std::u16string& path : paths)
+    commands.push_back(quoted_command("mkdir -p ", path, " 2>/dev/null"));
+  g_commandCount += commands.size();
+  std::vector<int> statuses, errors;
+  file_ops().runAll(commands, statuses, errors);
+  std::vector<unsigned> codes;
+  for (size_t i = 0; i < paths.size(); ++i)
+    codes.push_back(errors[i] ? ERROR_INVALID_PARAMETER
+                              : exit_status(statuses[i]) != 0 ? ERROR_FILE_NOT_FOUND : 0);
+  return codes;
 }
 
 unsigned FileSystem::RemoveDirectory(const std::u16string& path) {

@@ -247,6 +247,7 @@ unsigned Installer::planEntry(const FileEntry& entry, Work& work) {
 }
 
 unsigned Installer::actGroup(PackageReader& reader, const std::u16string& givenDir, size_t count) {
+  const Work* unmade = makeGroupFolders();
   for (Work& work : m_group) {
     m_acting = work.index;
     const FileEntry& entry = reader.files[work.index];
@@ -259,15 +260,7 @@ unsigned Installer::actGroup(PackageReader& reader, const std::u16string& givenD
         if (unsigned code = m_rollback.moveAside(work.target))
           return fail(code, Operation::kSaveOldFile, work.target, 0, "it could not be moved aside");
       }
-      if (unsigned code = m_rollback.makeDirectory(work.spelledDir)) {
-        std::string level;
-        const std::string dir = parent_of(work.target);
-        int why = why_not_made(work.spelledDir, level);
-        // A file standing where a folder must go: the file cannot be created.
-        if (why == ENOTDIR) return fail(code, Operation::kCreateFile, work.target, why);
-        return fail(code, Operation::kCreateDirectory, level.empty() ? dir : level, why,
-                    why ? std::string() : "mkdir -p failed");
-      }
+      if (&work == unmade) return failFolder(work);
       if (unsigned code = writeContents(reader, entry, work)) return code;
     }
     if (m_data->isCancelled()) {
@@ -276,6 +269,28 @@ unsigned Installer::actGroup(PackageReader& reader, const std::u16string& givenD
     }
   }
   return placeGroup();
+}
+
+const Installer::Work* Installer::makeGroupFolders() {
+  std::vector<std::string> dirs;
+  std::vector<const Work*> owners;
+  for (const Work& work : m_group)
+    if (work.write) {
+      dirs.push_back(work.spelledDir);
+      owners.push_back(&work);
+    }
+  const size_t failed = m_rollback.makeDirectories(dirs);
+  return failed == std::string::npos ? nullptr : owners[failed];
+}
+
+unsigned Installer::failFolder(const Work& work) {
+  std::string level;
+  int why = why_not_made(work.spelledDir, level);
+  // A file standing where a folder must go: the file cannot be created.
+  if (why == ENOTDIR) return fail(ERROR_PATH_NOT_FOUND, Operation::kCreateFile, work.target, why);
+  return fail(ERROR_PATH_NOT_FOUND, Operation::kCreateDirectory,
+              level.empty() ? parent_of(work.target) : level, why,
+              why ? std::string() : "mkdir -p failed");
 }
 
 // The folder and name a path is used by: the whole path as it is, or, when
@@ -333,39 +348,61 @@ unsigned Installer::placeGroup() {
       return fail(setLastErrorByErrNo(error), Operation::kPlaceFile, work.target, error);
     m_placedFolders.insert(parent_of(work.target));
   }
-  for (Work& work : m_group) {
-    if (work.fd < 0) continue;
-    int error = file_ops().flush(work.fd);
-    file_ops().close(work.fd);
-    work.fd = -1;
-    if (work.dirFd >= 0) file_ops().close(work.dirFd);
-    work.dirFd = -1;
-    if (error) return fail(ERROR_CANTWRITE, Operation::kFlush, work.target, error);
-  }
+  // Each file is flushed through the descriptor it was written with.
+  std::vector<int> fds;
+  std::vector<const Work*> flushed;
+  for (const Work& work : m_group)
+    if (work.fd >= 0) {
+      fds.push_back(work.fd);
+      flushed.push_back(&work);
+    }
+  std::vector<int> errors;
+  file_ops().flushAll(fds, errors);
+  closeFiles();
+  for (size_t i = 0; i < errors.size(); ++i)
+    if (errors[i]) return fail(ERROR_CANTWRITE, Operation::kFlush, flushed[i]->target, errors[i]);
   return 0;
 }
 
 unsigned Installer::flushFolders() {
-  for (const std::string& dir : m_placedFolders) {
-    int fd = -1;
-    int error = file_ops().open(AT_FDCWD, dir, O_RDONLY | O_DIRECTORY, 0, fd);
-    // A folder that can be written but not read cannot be opened to flush
-    // it; the files in it are on disk, and the run does not fail for that.
-    if (error == EACCES) continue;
-    if (!error) {
-      error = file_ops().flush(fd);
-      file_ops().close(fd);
+  const std::vector<std::string> dirs(m_placedFolders.begin(), m_placedFolders.end());
+  for (size_t first = 0; first < dirs.size(); first += kGroupFiles) {
+    const size_t end = std::min(dirs.size(), first + kGroupFiles);
+    std::vector<int> fds;
+    std::vector<const std::string*> opened;
+    int error = 0;
+    size_t i = first;
+    for (; i < end; ++i) {
+      int fd = -1;
+      error = file_ops().open(AT_FDCWD, dirs[i], O_RDONLY | O_DIRECTORY, 0, fd);
+      // A folder that can be written but not read cannot be opened to flush
+      // it; the files in it are on disk, and the run does not fail for that.
+      if (error == EACCES) error = 0;
+      if (error) break;
+      if (fd < 0) continue;
+      fds.push_back(fd);
+      opened.push_back(&dirs[i]);
     }
-    if (error) return fail(ERROR_CANTWRITE, Operation::kFlush, dir, error);
+    std::vector<int> errors;
+    file_ops().flushAll(fds, errors);
+    for (int fd : fds) file_ops().close(fd);
+    if (error) return fail(ERROR_CANTWRITE, Operation::kFlush, dirs[i], error);
+    for (size_t k = 0; k < errors.size(); ++k)
+      if (errors[k]) return fail(ERROR_CANTWRITE, Operation::kFlush, *opened[k], errors[k]);
   }
   return 0;
 }
 
-void Installer::closeGroup() {
+void Installer::closeFiles() {
   for (Work& work : m_group) {
     if (work.fd >= 0) file_ops().close(work.fd);
     if (work.dirFd >= 0) file_ops().close(work.dirFd);
+    work.fd = work.dirFd = -1;
   }
+}
+
+void Installer::closeGroup() {
+  closeFiles();
   m_group.clear();
 }
 

@@ -83,11 +83,17 @@ class Installer {
   // Makes the group's changes, publishing each entry's progress; then renames
   // the written files into place and puts them on disk.
   unsigned actGroup(PackageReader& reader, const std::u16string& givenDir, size_t count);
+  // Makes the folders of the group's files, their commands side by side.
+  // The first entry whose folder could not be made, or null: that entry
+  // fails when its turn comes, after the entries before it are written.
+  const Work* makeGroupFolders();
+  unsigned failFolder(const Work& work);
   unsigned writeContents(PackageReader& reader, const FileEntry& entry, Work& work);
   std::pair<int, std::string> place(Work& work, const std::string& path);
   unsigned placeGroup();
   // Puts the folders holding the placed files on disk.
   unsigned flushFolders();
+  void closeFiles();
   void closeGroup();
   unsigned cancelRun(unsigned percent);
   // Publishes (code, error text, percent), then rolls back; returns the code.

@@ -232,23 +232,44 @@ unsigned Rollback::prepareDirectory(const std::string& spelledDir) {
 }
 
 unsigned Rollback::makeDirectory(const std::string& spelledDir) {
-  const std::string key = fold_path(spelledDir);
-  if (key == "/" || m_knownDirectories.count(key)) return 0;
-  unsigned code = FileSystem::CreateDirectory(widen_lib(spelledDir));
-  // A failing mkdir -p may still have made the outer levels: record them too.
-  for (size_t end : level_ends(spelledDir)) {
-    const std::string level = fold_path(spelledDir.substr(0, end));
-    if (!m_plannedDirectories.count(level) || m_knownDirectories.count(level)) continue;
-    struct stat64 st;
-    if (look(level, st) != 0 || !S_ISDIR(st.st_mode)) continue;
-    JournalEntry made = entry_of(JournalOp::kDirectoryMade, level);
-    made.inode = st.st_ino;
-    add(made);
-    m_knownDirectories.insert(level);
+  return makeDirectories({spelledDir}) == std::string::npos ? 0 : ERROR_PATH_NOT_FOUND;
+}
+
+size_t Rollback::makeDirectories(const std::vector<std::string>& spelledDirs) {
+  // The commands that one after another would run: mkdir -p makes every
+  // level of its folder, so a folder made by an earlier command needs none.
+  std::vector<size_t> made;  // indexes into spelledDirs
+  std::vector<std::u16string> paths;
+  std::unordered_set<std::string> coming;
+  for (size_t i = 0; i < spelledDirs.size(); ++i) {
+    const std::string key = fold_path(spelledDirs[i]);
+    if (key == "/" || m_knownDirectories.count(key) || coming.count(key)) continue;
+    for (size_t end : level_ends(spelledDirs[i]))
+      coming.insert(fold_path(spelledDirs[i].substr(0, end)));
+    made.push_back(i);
+    paths.push_back(widen_lib(spelledDirs[i]));
   }
-  if (code != 0) return ERROR_PATH_NOT_FOUND;
-  m_knownDirectories.insert(key);
-  return 0;
+  const std::vector<unsigned> codes = FileSystem::CreateDirectories(paths);
+  size_t failed = std::string::npos;
+  for (size_t k = 0; k < made.size(); ++k) {
+    const std::string& spelledDir = spelledDirs[made[k]];
+    // A failing mkdir -p may still have made the outer levels: record them too.
+    for (size_t end : level_ends(spelledDir)) {
+      const std::string level = fold_path(spelledDir.substr(0, end));
+      if (!m_plannedDirectories.count(level) || m_knownDirectories.count(level)) continue;
+      struct stat64 st;
+      if (look(level, st) != 0 || !S_ISDIR(st.st_mode)) continue;
+      JournalEntry entry = entry_of(JournalOp::kDirectoryMade, level);
+      entry.inode = st.st_ino;
+      add(entry);
+      m_knownDirectories.insert(level);
+    }
+    if (codes[k] == 0)
+      m_knownDirectories.insert(fold_path(spelledDir));
+    else if (failed == std::string::npos)
+      failed = made[k];
+  }
+  return failed;
 }
 
 unsigned Rollback::makeDirectoryTree(const std::u16string& dir) {

@@ -77,6 +77,10 @@ class Rollback {
   // known already); makeDirectory then runs mkdir -p and records the inodes.
   unsigned prepareDirectory(const std::string& spelledDir);
   unsigned makeDirectory(const std::string& spelledDir);
+  // makeDirectory of several folders, their mkdir -p commands running side
+  // by side; a folder that an earlier one makes costs no command. The index
+  // of the first folder that could not be made, or npos.
+  size_t makeDirectories(const std::vector<std::string>& spelledDirs);
   // A name beside folded `file` for its new contents, recorded before the
   // file is created; it carries this run's own mark.
   unsigned prepareTempFile(const std::string& file, std::string& temp);

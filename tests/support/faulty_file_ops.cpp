@@ -75,6 +75,10 @@ int FaultyFileOps::flush(int fd) {
   }
   return error;
 }
+void FaultyFileOps::flushAll(const std::vector<int>& fds, std::vector<int>& errors) {
+  errors.clear();
+  for (int fd : fds) errors.push_back(flush(fd));
+}
 int FaultyFileOps::startWriteback(int fd, int64_t offset, int64_t length) {
   if (int e = check("writeback")) return e;
   return FileOps::startWriteback(fd, offset, length);
@@ -103,6 +107,12 @@ int FaultyFileOps::run(const std::string& command, int& status) {
     return 0;
   }
   return FileOps::run(command, status);
+}
+void FaultyFileOps::runAll(const std::vector<std::string>& commands, std::vector<int>& statuses,
+                           std::vector<int>& errors) {
+  statuses.assign(commands.size(), 0);
+  errors.assign(commands.size(), 0);
+  for (size_t i = 0; i < commands.size(); ++i) errors[i] = run(commands[i], statuses[i]);
 }
 int FaultyFileOps::freeSpace(const std::string& path, uint64_t& bytes) {
   if (int e = check("free")) return e;

@@ -34,6 +34,9 @@ class FaultyFileOps : public FileOps {
   int makeDirectory(const std::string& path, mode_t mode) override;
   int unlink(int dirFd, const std::string& path, bool directory) override;
   int flush(int fd) override;
+  // One after another, each through flush() (or run()), so that the call
+  // numbers stay the same from one test run to the next.
+  void flushAll(const std::vector<int>& fds, std::vector<int>& errors) override;
   int startWriteback(int fd, int64_t offset, int64_t length) override;
   int lock(int fd, int operation) override;
   int chmod(int fd, mode_t mode) override;
@@ -41,6 +44,8 @@ class FaultyFileOps : public FileOps {
                bool follow) override;
   int list(int dirFd, std::vector<std::string>& names) override;
   int run(const std::string& command, int& status) override;
+  void runAll(const std::vector<std::string>& commands, std::vector<int>& statuses,
+              std::vector<int>& errors) override;
   int freeSpace(const std::string& path, uint64_t& bytes) override;
 
  private:

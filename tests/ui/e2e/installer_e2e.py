@@ -308,8 +308,7 @@ class InstallerE2E(unittest.TestCase):
         # The old file is moved aside; while the next file's state is held,
         # its place stands empty.
         wait_until(lambda: not os.path.exists(old), "the old file moved aside")
-        os.mkdir(old)  # the old file's place taken
-        write(os.path.join(self.dest, "z"), "in the way\n")  # a file where a folder must go
+        os.mkdir(old)  # the place taken: neither the new file nor the old one fits
         _, err = proc.communicate(timeout=30)
         self.assertEqual(proc.returncode, 4, err)
         kept = [d for d in os.listdir(self.tmp) if d.startswith("zqstp")]
@@ -318,6 +317,7 @@ class InstallerE2E(unittest.TestCase):
         self.assertNotIn("has not been changed", err)
 
         os.rmdir(old)
+        write(os.path.join(self.dest, "z"), "in the way\n")  # a file where a folder must go
         r = self.run_headless("-S")
         self.assertNotIn("restored", r.stderr)
         self.assertEqual(r.returncode, 1)  # "z" is still in the way
