@@ -58,6 +58,16 @@ TEST(RollbackTest, BackupNameAndTheDirectoryJournalHoldOnlyWhatTheRunCreated) {
     for (const std::string& dir : c.journaled) journal.push_back(w(dir));
     EXPECT_EQ(made_folders(rb), journal);
   }
+  // Several at once: a folder that an earlier one makes costs no command,
+  // and the first that cannot be made is named.
+  const std::vector<std::string> dirs = {t + "/m/n", t + "/m", t + "/plain/x", t + "/m/n/o"};
+  for (const std::string& dir : dirs) rb.prepareDirectory(dir);
+  ASSERT_EQ(rb.barrier(), 0u);
+  const unsigned long commands = shell_command_count();
+  EXPECT_EQ(rb.makeDirectories(dirs), 2u);
+  EXPECT_EQ(shell_command_count() - commands, 3u);
+  for (const char* dir : {"/m", "/m/n", "/m/n/o"}) journal.push_back(w(t + dir));
+  EXPECT_EQ(made_folders(rb), journal);
   EXPECT_EQ(rb.rollback(5), 5u);
   EXPECT_EQ(snapshot_difference(before, snapshot(box.root())), "");
 
