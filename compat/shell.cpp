@@ -102,8 +102,9 @@ std::vector<unsigned> FileSystem::CreateDirectories(const std::vector<std::u16st
   file_ops().runAll(commands, statuses, errors);
   std::vector<unsigned> codes;
   for (size_t i = 0; i < paths.size(); ++i)
-    codes.push_back(errors[i] ? ERROR_INVALID_PARAMETER
-                              : exit_status(statuses[i]) != 0 ? ERROR_FILE_NOT_FOUND : 0);
+    codes.push_back(errors[i]                       ? ERROR_INVALID_PARAMETER
+                    : exit_status(statuses[i]) != 0 ? ERROR_FILE_NOT_FOUND
+                                                    : 0);
   return codes;
 }
 
