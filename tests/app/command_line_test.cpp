@@ -69,6 +69,7 @@ TEST_F(CommandLineTest, OptionsUnderTheCLocale) {
       {{"-Lde", "-S"}, false, false, kLangDe, u"de"},
       {{"-Lxx", "-Lde"}, false, false, kLangEn, u"en"},
       {{"-LDE"}, false, false, kLangEn, u"en"},
+      {{"-L"}, false, false, kLangEn, u"en"},
   };
   for (const Case& c : cases) expect_case(c);
 }
