@@ -81,23 +81,6 @@ TEST(TextTest, EveryCharacterAboveFfffComesBackWholeBesideEscapedBytes) {
   EXPECT_EQ(widen_lib(pile + "\xA9"), expected);  // the pair, then the byte
 }
 
-TEST(TextTest, ReplaceAll) {
-  struct Case {
-    std::u16string text, from, to, expected;
-    unsigned count;
-  } cases[] = {
-      {u"a\\b\\c", u"\\", u"/", u"a/b/c", 2},
-      {u"abc", u"", u"x", u"abc", 0},
-      {u"aaa", u"aa", u"b", u"ba", 1},
-      {u"abab", u"ab", u"abab", u"abababab", 2},
-  };
-  for (Case& c : cases) {
-    std::u16string text = c.text;
-    EXPECT_EQ(replace_all(text, c.from, c.to), c.count) << narrow_lib(c.text);
-    EXPECT_EQ(text, c.expected) << narrow_lib(c.text);
-  }
-}
-
 TEST(TextTest, CompareNocaseFoldsAsTheCurrentLocaleDoes) {
   struct Case {
     std::u16string a, b;
