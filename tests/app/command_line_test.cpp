@@ -122,13 +122,6 @@ TEST_F(CommandLineTest, HelpAndVersionCountOnlyAsTheFirstArgument) {
   };
   for (const auto& c : cases)
     EXPECT_EQ(call(launch_request, c.args), c.request) << describe(c.args);
-
-  // The option scan ignores the four words, and -S after -L stays unseen.
-  for (const Case& c : std::vector<Case>{
-           {{"--help", "-S"}, true, false, kLangEn, u"en"},
-           {{"usecwd", "-h", "-Lde", "-S"}, false, true, kLangDe, u"de"},
-       })
-    expect_case(c);
 }
 
 TEST(UsageTest, NamesEveryLanguageEveryFileAndEveryExitStatus) {

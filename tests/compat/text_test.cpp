@@ -14,13 +14,10 @@ TEST(TextTest, WidenThenNarrowGivesBackEveryByte) {
   for (const char* locale : {"C.UTF-8", "C"}) {
     ScopedEnv lcAll("LC_ALL", locale);
     const std::string samples[] = {"",
-                                   "plain",
                                    "Каталог шаблонов",
                                    "< უკან",
-                                   "Quay lại",
                                    "a\tb\r\n",
                                    "caf\xe9",
-                                   "\xd0",
                                    "ab\xe2\x82",
                                    "\xc0\xaf",  // Latin-1, cut, overlong
                                    "\xed\xa0\x80",
