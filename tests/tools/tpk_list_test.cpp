@@ -74,12 +74,6 @@ TEST(TpkListTest, PlanAgainstAnInstalledFolderFollowsTheHundredNanosecondRule) {
   EXPECT_EQ(r.out, expected);
   EXPECT_EQ(snapshot(installed.path()), before);
 
-  // A folder that does not exist yet: everything is new, and it is not created.
-  r = run(kList + " --against " + q(installed / "absent") + " " + q(package));
-  EXPECT_EQ(r.status, 0);
-  EXPECT_TRUE(contains(r.out, "9 entries: 9 new, 0 replace, 0 keep, 0 conflict\n")) << r.out;
-  EXPECT_FALSE(exists(installed / "absent"));
-
   // The same decisions and their counts in the JSON listing, with the same status.
   r = run(kList + " --json --against " + q(installed.path()) + " " + q(package) + " >" +
           q(out / "plan.json") + "; echo $?; " + q(PYTHON_EXE) +
