@@ -1,9 +1,6 @@
 #include "compat/file_system.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "compat/text.h"
 #include "support/test_support.h"

@@ -1,6 +1,5 @@
 // Loading a package: space check, working file, catalogue, clean-up.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <memory>
 
