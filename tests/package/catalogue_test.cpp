@@ -37,7 +37,6 @@ TEST(CatalogueTest, LayoutsAcceptedOrRefused) {
       {kind0(u32(1) + u32(24) + u32(3) + zeros), "past its record"},
       {kind0(u32(1) + file_record(u"f", 0, 2, 3) + "abcd"), "past the end of the data area"},
       {kind0(u32(1) + file_record(u"f", 0, 0xFFFFFFFF, 2) + "ab"), "data area"},  // 32-bit wrap
-      {sound.substr(0, sound.size() - 1), "data area"},
       {kind0(u32(2) + file_record(u"ok", 0, 0, 0) + file_record(u"a\\..\\x", 0, 0, 0)), "'..'"},
   };
   for (const Case& c : cases) {

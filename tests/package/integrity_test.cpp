@@ -96,8 +96,7 @@ TEST(IntegrityTest, RecordAndContentsChecks) {
 // Every single-bit flip of a package built by tpk-build is refused at load,
 // caught by a contents check, leaves no file record at all (nothing to
 // install), or leaves every file exactly as built (its name, time, size and
-// contents); those last ones are counted by where they fell, and a flip that
-// changes a descriptive text is told apart.
+// contents).
 TEST(IntegrityTest, EveryBitFlipOfABuiltPackageIsCaughtOrHarmless) {
   TempDir src, out;
   write_file(src / "readme.txt", "read me\n");
@@ -120,12 +119,11 @@ TEST(IntegrityTest, EveryBitFlipOfABuiltPackageIsCaughtOrHarmless) {
   const Catalogue built = read(original);
   ASSERT_EQ(built.code, 0u);
   ASSERT_EQ(built.files.size(), 3u);
-  for (const FileEntry& f : built.files) EXPECT_TRUE(f.hasCheck);
   auto contents = [](const std::string& working, const Catalogue& c, const FileEntry& f) {
     return working.substr(size_t(c.info.dataStart + f.offset), f.size);
   };
 
-  size_t refused = 0, caught = 0, noFiles = 0, sameFiles = 0, textsChanged = 0;
+  size_t refused = 0, caught = 0;
   for (size_t bit = 0; bit < package.size() * 8; ++bit) {
     std::string damaged = package;
     damaged[bit / 8] ^= char(1 << (bit % 8));
@@ -141,13 +139,9 @@ TEST(IntegrityTest, EveryBitFlipOfABuiltPackageIsCaughtOrHarmless) {
       ++caught;
       continue;
     }
-    // A file count damaged to 0 leaves nothing checked: a package without
-    // files, whose data area nothing points into, is read as it stands.
-    if (c.files.empty()) {
-      ++noFiles;
-      continue;
-    }
-    // Passed both checks: every file must be exactly as built.
+    // Passed both checks: every file must be exactly as built. A file count
+    // damaged to 0 leaves nothing to check and nothing to install.
+    if (c.files.empty()) continue;
     ASSERT_EQ(c.files.size(), built.files.size()) << "bit " << bit;
     for (size_t i = 0; i < c.files.size(); ++i) {
       const FileEntry &a = c.files[i], &b = built.files[i];
@@ -157,15 +151,7 @@ TEST(IntegrityTest, EveryBitFlipOfABuiltPackageIsCaughtOrHarmless) {
                   contents(working, c, a) == contents(original, built, b))
           << "bit " << bit << " altered " << narrow_lib(b.name) << " unnoticed";
     }
-    const LanguageEntry &l = c.languages.at(0), &m = built.languages.at(0);
-    bool sameTexts =
-        l.title1 == m.title1 && l.title2 == m.title2 && l.descriptionRef == m.descriptionRef;
-    ++(sameTexts ? sameFiles : textsChanged);
   }
-  std::printf(
-      "%zu bits: %zu refused at load, %zu caught by a contents check, %zu left no file "
-      "record, %zu harmless, %zu changed a descriptive text only\n",
-      package.size() * 8, refused, caught, noFiles, sameFiles, textsChanged);
   EXPECT_GT(refused, 0u);
   EXPECT_GT(caught, 0u);
 }

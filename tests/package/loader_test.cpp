@@ -1,6 +1,5 @@
 // Loading a package: space check, working file, catalogue, clean-up.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <memory>
 
@@ -84,31 +83,25 @@ TEST_F(LoaderTest, SpaceCheckThenLoad) {
   EXPECT_FALSE(has_space_for_package(UINT64_MAX / 3 + 1, UINT64_MAX));
 }
 
-// The working file never has a name in TMPDIR that outlives its opening: on
-// a file system without nameless files it is made with a name that goes at
-// once. Either way what it holds is the package.
-TEST_F(LoaderTest, TheWorkingFileLeavesNoName) {
+// On a file system without nameless files the working file is made with a
+// name that goes at once: TMPDIR stays empty, and it still holds the package.
+TEST_F(LoaderTest, WithoutNamelessFilesTheWorkingFileLosesItsNameAtOnce) {
   const std::string working = working_file(kFiles);
   const std::u16string path = package(deflate_raw(working));
   const std::string tmp = m_tmp.path() + "/";
-  for (bool nameless : {true, false}) {
-    SCOPED_TRACE(nameless ? "nameless" : "named, then unnamed");
-    FaultyFileOps ops;
-    std::vector<std::string> opened;
-    ops.before = [&](unsigned, const char* name, const std::string& p) {
-      if (std::string(name) == "open" && p.rfind(tmp, 0) == 0) opened.push_back(p);
-      return !nameless && std::string(name) == "open" && p == tmp ? EOPNOTSUPP : 0;
-    };
-    ScopedFileOps use(&ops);
-    PackageReader reader;
-    ASSERT_TRUE(load_package(reader, path).ok());
-    EXPECT_TRUE(tmpEmpty());
-    EXPECT_EQ(read_file(working_file_path(reader)), working);
-    ASSERT_EQ(opened.size(), nameless ? 1u : 2u);
-    if (!nameless) {
-      EXPECT_EQ(opened[1].substr(tmp.size(), 3), "kpt");
-    }
-  }
+  FaultyFileOps ops;
+  size_t opened = 0;
+  ops.before = [&](unsigned, const char* name, const std::string& p) {
+    if (std::string(name) != "open" || p.rfind(tmp, 0) != 0) return 0;
+    ++opened;
+    return p == tmp ? EOPNOTSUPP : 0;
+  };
+  ScopedFileOps use(&ops);
+  PackageReader reader;
+  ASSERT_TRUE(load_package(reader, path).ok());
+  EXPECT_EQ(opened, 2u);  // the nameless try, then the named file
+  EXPECT_TRUE(tmpEmpty());
+  EXPECT_EQ(read_file(working_file_path(reader)), working);
 }
 
 // Fixed bad packages, cuts at many lengths and seeded byte flips, in the
@@ -117,10 +110,8 @@ TEST_F(LoaderTest, TheWorkingFileLeavesNoName) {
 TEST_F(LoaderTest, DamageSweep) {
   std::string sound = working_file(kFiles), compressed = deflate_raw(sound);
   const size_t dataStart = sound.find("read me\n");
-  std::vector<std::pair<std::string, bool>> packages = {
-      // bytes, must fail
-      {deflate_raw(sound, 6, true), true},
-      {deflate_raw(working_file({{u"ok", 1, "a"}, {u"../escape", 1, "b"}})), true}};
+  // Bytes, and whether they must fail; the zlib-framed one fails while inflating.
+  std::vector<std::pair<std::string, bool>> packages = {{deflate_raw(sound, 6, true), true}};
   for (size_t cut = 0; cut < sound.size(); cut += 1 + cut / 8)
     packages.push_back({deflate_raw(sound.substr(0, cut)), true});
   for (size_t cut = 0; cut < compressed.size(); cut += 1 + compressed.size() / 40)
@@ -158,7 +149,4 @@ TEST_F(LoaderTest, DamageSweep) {
   // Flips in texts, times or stored bytes still load; the sweep must see both outcomes.
   EXPECT_GT(loaded, 0u);
   EXPECT_LT(loaded, packages.size());
-  PackageReader reader;  // a missing package cannot be inflated either
-  EXPECT_EQ(load_outcome(load_package(reader, widen_lib(m_dir / "absent.tpk"))), "damaged");
-  EXPECT_TRUE(tmpEmpty());
 }

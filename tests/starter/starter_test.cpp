@@ -14,7 +14,6 @@
 #include "compat/text.h"
 #include "starter/config_file.h"
 #include "starter/config_file_io.h"
-#include "starter/config_locations.h"
 #include "starter/starter_state.h"
 #include "support/test_support.h"
 
@@ -63,54 +62,21 @@ std::string dump(const ConfigFile& config) {
   return out;
 }
 
-TEST(ConfigFileTest, OperationsMatchKeysAndValuesIgnoringAsciiCase) {
-  // Each operation starts from this configuration.
-  const std::string kStart = "Templates[/opt/T|/b|]Other[Ж|]";
-  struct Case {
-    char op;  // a: addValue, s: setValue, S: setValues, r: removeValue
-    std::u16string key;
-    std::vector<std::u16string> values;
-    bool result;
-    std::string after;
-  } cases[] = {
-      {'a', u"TEMPLATES", {u"/OPT/t"}, false, kStart},
-      {'a', u"other", {u"ж"}, true, "Templates[/opt/T|/b|]Other[Ж|ж|]"},
-      {'s', u"TEMPLATES", {u"/c"}, true, "Templates[/c|]Other[Ж|]"},
-      {'s', u"other", {u"Ж"}, false, kStart},
-      {'S', u"templates", {}, true, "Other[Ж|]templates[]"},
-      {'r', u"templates", {u"/OPT/T"}, true, "Templates[/b|]Other[Ж|]"},
-      {'r', u"Other", {u"Ж"}, true, "Templates[/opt/T|/b|]"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(1, c.op) + " " + narrow_lib(c.key));
-    ConfigFile config;
-    for (const char16_t* v : {u"/opt/T", u"/b"}) config.addValue(u"Templates", v);
-    config.addValue(u"Other", u"Ж");
-    bool result = c.op == 'S'   ? (config.setValues(c.key, c.values), true)
-                  : c.op == 'a' ? config.addValue(c.key, c.values[0])
-                  : c.op == 's' ? config.setValue(c.key, c.values[0])
-                                : config.removeValue(c.key, c.values[0]);
-    EXPECT_EQ(result, c.result);
-    EXPECT_EQ(dump(config), c.after);
-  }
-}
-
-TEST(ConfigFileTest, IndexFollowsEntriesThatMoveOrGo) {
+// Keys and values match with ASCII case ignored; emptying a key moves it to
+// the end, and the entries after it are still found where they went.
+TEST(ConfigFileTest, KeysAndValuesMatchIgnoringAsciiCaseAndFollowMoves) {
   ConfigFile config;
-  for (const char16_t* key : {u"A", u"B", u"C"}) config.addValue(key, key);
-  config.setValues(u"a", {});  // A moves to the end, empty
-  EXPECT_TRUE(config.addValue(u"c", u"c2"));
-  EXPECT_FALSE(config.addValue(u"C", u"c"));
-  EXPECT_TRUE(config.removeValue(u"b", u"B"));  // B goes
-  EXPECT_TRUE(config.addValue(u"b", u"new"));   // and comes back at the end
+  for (const char16_t* key : {u"A", u"B", u"Ж"}) config.addValue(key, key);
+  EXPECT_FALSE(config.addValue(u"b", u"b"));
+  EXPECT_TRUE(config.addValue(u"ж", u"ж"));  // several bytes: never folded
+  config.setValues(u"a", {});
+  EXPECT_TRUE(config.addValue(u"B", u"b2"));
+  EXPECT_FALSE(config.addValue(u"b", u"B2"));
   EXPECT_TRUE(config.addValue(u"A", u"a"));
-  EXPECT_EQ(dump(config), "C[C|c2|]a[a|]b[new|]");  // recreated as spelled
-  config.setValues(u"c", {u"x", u"X"});             // stored as given, repeats included
-  EXPECT_TRUE(config.removeValue(u"C", u"x"));
-  EXPECT_FALSE(config.addValue(u"C", u"x"));  // the second one is still there
-  EXPECT_EQ(dump(config), "C[X|]a[a|]b[new|]");
-  ASSERT_NE(config.findValues(u"B"), nullptr);
-  EXPECT_EQ(config.findValues(u"B")->front(), u"new");
+  config.setValues(u"ж", {u"x", u"X"});  // in place, stored as given
+  EXPECT_EQ(dump(config), "B[B|b2|]Ж[Ж|]ж[x|X|]a[a|]");
+  ASSERT_NE(config.findValues(u"b"), nullptr);
+  EXPECT_EQ(config.findValues(u"b")->back(), u"b2");
 }
 
 TEST(ConfigFileTest, KeysFoldAsTheCurrentLocaleFolds) {
@@ -125,6 +91,14 @@ TEST(ConfigFileTest, KeysFoldAsTheCurrentLocaleFolds) {
   EXPECT_EQ(dump(config), "Inst[/Install|]inst[/INSTALL|]KEY[/a|]");
 }
 
+// UTF-16 little-endian with its byte-order mark.
+std::string utf16le(const std::u16string& text) {
+  std::string bytes = "\xFF\xFE";
+  for (char16_t u : text) bytes += {static_cast<char>(u & 0xFF), static_cast<char>(u >> 8)};
+  return bytes;
+}
+
+// Files are read as UTF-8 or, with a byte-order mark, UTF-16, and written as UTF-8.
 TEST_F(StarterTest, LinesSplitIntoKeysAndValuesAndAreWrittenOnePerValue) {
   struct Case {
     std::string bytes, found;
@@ -136,6 +110,8 @@ TEST_F(StarterTest, LinesSplitIntoKeysAndValuesAndAreWrittenOnePerValue) {
       {"a=1\r\nbare\r\n", "a[1\r|]bare\r[|]", "a=1\r\nbare\r=\n"},
       {"#c=1\n;d=\n", "#c[1|];d[|]", nullptr},
       {"K=/a\nk=/A\no=1\nK=/b\nK=/a\n", "K[/a|/b|]o[1|]", "K=/a\nK=/b\no=1\n"},
+      {utf16le(u"Путь=/opt/Шаблоны\r\nk=v"), "Путь[/opt/Шаблоны\r|]k[v|]",
+       "Путь=/opt/Шаблоны\r\nk=v\n"},
   };
   for (const Case& c : cases) {
     write_file(home("in.cfg"), c.bytes);
@@ -145,25 +121,6 @@ TEST_F(StarterTest, LinesSplitIntoKeysAndValuesAndAreWrittenOnePerValue) {
     EXPECT_TRUE(write_config_file(w(home("out.cfg")), config).ok());
     EXPECT_EQ(read_file(home("out.cfg")), c.written ? c.written : c.bytes) << c.bytes;
   }
-}
-
-TEST_F(StarterTest, Utf16FilesAreReadAndRewrittenNarrow) {
-  std::string bytes = "\xFF\xFE";
-  for (char16_t u : std::u16string(u"Путь=/opt/Шаблоны\r\nk=v"))
-    bytes += {static_cast<char>(u & 0xFF), static_cast<char>(u >> 8)};
-  write_file(home("in.cfg"), bytes);
-  ConfigFile config;
-  config.addValue(u"k", u"first");  // reading adds to what is there
-  read_config_file(w(home("missing.cfg")), config);
-  read_config_file(w(home("in.cfg")), config);
-  EXPECT_EQ(dump(config), "k[first|v|]Путь[/opt/Шаблоны\r|]");
-  EXPECT_FALSE(is_ansi_encoded(w(home("in.cfg"))));
-  EXPECT_TRUE(write_config_file(w(home("in.cfg")), config).ok());
-  EXPECT_EQ(read_file(home("in.cfg")), "k=first\nk=v\nПуть=/opt/Шаблоны\r\n");
-  EXPECT_TRUE(is_ansi_encoded(w(home("in.cfg"))));
-  write_file(home("t.cfg"), "a");
-  EXPECT_FALSE(is_ansi_encoded(w(home("t.cfg"))));
-  EXPECT_FALSE(is_ansi_encoded(w(home("missing.cfg"))));
 }
 
 TEST_F(StarterTest, ReplacingKeepsModeAndLinksAndFailingKeepsTheOldFile) {
@@ -189,7 +146,6 @@ TEST_F(StarterTest, ReplacingKeepsModeAndLinksAndFailingKeepsTheOldFile) {
     testsupport::Snapshot before = snapshot(home("dir"));
     Status status = write_config_file(w(home("dir/") + c.path), config);
     EXPECT_EQ(status.code, c.code) << c.path;
-    EXPECT_EQ(status.operation, Operation::kWriteStarter) << c.path;
     EXPECT_EQ(narrow_lib(status.path), home("dir/") + c.path);
     EXPECT_EQ(status.sysError, c.sysError) << describe(status);
     EXPECT_EQ(snapshot(home("dir")), before) << c.path;
@@ -210,24 +166,15 @@ TEST_F(StarterTest, SearchOrderFollowsTheFlags) {
   put(kLocal, kKey + "/t/a\n" + kKey + "/t/l\nOther=1\n");
   put(kShared, kKey + "/t/b\n" + kKey + "\\T\\A\n");  // the same as /t/a once repaired
   put(kLocalBase, kKey + "C:\\x\\y\n");
-  struct Case {
-    bool localFirst, base;
-    std::vector<std::u16string> expected;
-  } cases[] = {
-      {true, false, {u"/t/a", u"/t/l", u"/t/b"}},
-      {false, false, {u"/t/b", u"/T/A", u"/t/l"}},
-      // In base mode the ordinary per-user file stands in for the shared one.
-      {true, true, {u"C:/x/y", u"/t/a", u"/t/l"}},
-      {false, true, {u"/t/a", u"/t/l", u"C:/x/y"}},
-  };
-  for (const Case& c : cases) {
-    std::vector<std::u16string> out;
-    get_tmplts_list(out, c.localFirst, c.base);
-    EXPECT_EQ(out, c.expected) << c.localFirst << c.base;
-  }
+  std::vector<std::u16string> ordinary, base;
+  get_tmplts_list(ordinary, true, false);
+  EXPECT_EQ(ordinary, (std::vector<std::u16string>{u"/t/a", u"/t/l", u"/t/b"}));
+  // In base mode the ordinary per-user file stands in for the shared one.
+  get_tmplts_list(base, true, true);
+  EXPECT_EQ(base, (std::vector<std::u16string>{u"C:/x/y", u"/t/a", u"/t/l"}));
 }
 
-TEST_F(StarterTest, SettingRewritesOnlyThePerUserFileByteForByte) {
+TEST_F(StarterTest, RecordingRewritesOnlyThePerUserFileByteForByte) {
   // NUL bytes in the first read block (in two values that differ only after
   // them), Cyrillic paths, a line longer than a read block, Ж cut by the
   // second block boundary, a stray Latin-1 byte ending the third block and a
@@ -254,24 +201,16 @@ TEST_F(StarterTest, SettingRewritesOnlyThePerUserFileByteForByte) {
   EXPECT_EQ(tail(u"DistributiveLocation", 6), u"d\xDCE9tude");
   EXPECT_EQ(tail(u"CommonCfgLocation", 2), u"е\xDCD0");
 
-  // New values take the key's place. Later duplicates go, case ignored and an
-  // entry without a final separator compared with "\\" appended. The base
-  // directory is created on demand.
-  EXPECT_TRUE(set_tmplts_list(
-                  {u"/new/Шаблоны", u"/old/Шаблоны", u"/NEW/Шаблоны\\", u"/new/Шаблоны/"}, false)
-                  .ok());
-  EXPECT_TRUE(set_tmplts_list({u"/b"}, true).ok());
+  // The list, the shared file's entries after the per-user ones, takes the
+  // key's place; every other line is written back as it was read.
+  StarterState state = read_starter_state();
+  EXPECT_TRUE(record_template_dir(state, u"/new/Шаблоны").ok());
   const std::string oldLine = kKey + "/old/Шаблоны\n";
   std::string expected = before + "\n";
-  expected.insert(expected.find(oldLine) + oldLine.size(), kKey + "/new/Шаблоны/\n");
+  expected.insert(expected.find(oldLine) + oldLine.size(), kKey + "/shared\n");
   expected.insert(expected.find(oldLine), kKey + "/new/Шаблоны\n");
   EXPECT_EQ(read_file(home(kLocal)), expected);
-  EXPECT_EQ(read_file(home(kLocalBase)), kKey + "/b\n");
   EXPECT_EQ(snapshot(home(".plom8")), sharedBefore);
-  // An empty list drops the key's lines.
-  EXPECT_TRUE(set_tmplts_list({}, false).ok());
-  expected = before + "\n";
-  EXPECT_EQ(read_file(home(kLocal)), expected.erase(expected.find(oldLine), oldLine.size()));
 }
 
 TEST(CleanProposalTest, RemoteAndDecoratedProposals) {
@@ -320,7 +259,7 @@ TEST_F(StarterTest, StateWritesBackToTheFileTheListCameFrom) {
 }
 
 TEST_F(StarterTest, FilesThatAreNotRegularReadAsMissingAndAreNeverWritten) {
-  // A FIFO would block an open until a writer comes; /dev/zero never ends.
+  // A FIFO would block an open until a writer comes.
   put(kLocalBase, kKey + "/t/base\n");
   ASSERT_EQ(std::system(
                 ("mkdir -p '" + home(".Orvo/zelbrun") + "' '" + home(".plom8//.Orvo/zelbrun") + "'")
@@ -330,17 +269,12 @@ TEST_F(StarterTest, FilesThatAreNotRegularReadAsMissingAndAreNeverWritten) {
   ASSERT_EQ(mkfifo(home(kShared).c_str(), 0600), 0);
   const testsupport::Snapshot before = snapshot(m_home);
 
-  ConfigFile zero;
-  read_config_file(u"/dev/zero", zero);
-  EXPECT_EQ(dump(zero), "");
   // The ordinary file is there, so it is the one to write, but it lists nothing.
   StarterState state = read_starter_state();
   EXPECT_TRUE(state.writeOrdinary);
   EXPECT_FALSE(state.writeBase);
   EXPECT_TRUE(state.templateDirs.empty());
-  EXPECT_EQ(record_template_dir(state, w("/t/new")).code, 1u);
-
-  EXPECT_EQ(describe(set_tmplts_list({u"/t/x"}, false)),
+  EXPECT_EQ(describe(record_template_dir(state, w("/t/new"))),
             "cannot write " + home(kLocal) + ": not a regular file");
   EXPECT_EQ(snapshot(m_home), before);
   struct stat st;
@@ -409,35 +343,4 @@ TEST_F(StarterTest, RunsFinishingTogetherBothStayListed) {
   }
   EXPECT_EQ(snapshot(home(".Orvo")).size(), 2u);  // the folder and the file: no lock file left
 }
-
-TEST_F(StarterTest, RecordingRereadsTheFileAndKeepsWhatChangedMeanwhile) {
-  struct Case {
-    std::string atStart, meanwhile;  // meanwhile: the whole file then ("-": removed)
-    std::string record, after;
-    std::vector<std::u16string> listAfter;
-  } cases[] = {
-      // Another program added a directory and a key while the wizard was open.
-      {"Other=1\n" + kKey + "/t/a\n",
-       "Other=1\n" + kKey + "/t/a\n" + kKey + "/t/added\nNew=2\n",
-       "/t/new",
-       "Other=1\n" + kKey + "/t/new\n" + kKey + "/t/a\n" + kKey + "/t/added\nNew=2\n",
-       {u"/t/new", u"/t/a", u"/t/added"}},
-      // The file went away: it is written again with the target alone.
-      {kKey + "/t/a\n", "-", "/t/new", kKey + "/t/new\n", {u"/t/new"}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.meanwhile);
-    put(kLocal, c.atStart);
-    StarterState state = read_starter_state();
-    ASSERT_TRUE(state.writeOrdinary);
-    if (c.meanwhile == "-")
-      ASSERT_EQ(unlink(home(kLocal).c_str()), 0);
-    else
-      put(kLocal, c.meanwhile);
-    EXPECT_TRUE(record_template_dir(state, w(c.record)).ok());
-    EXPECT_EQ(read_file(home(kLocal)), c.after);
-    EXPECT_EQ(state.templateDirs, c.listAfter);
-  }
-}
-
 }  // namespace

@@ -39,11 +39,4 @@ for program in installer tpk-build tpk-list; do
   grep -q "template_installer $version" <<<"$text" || fail "$page does not show version $version"
   grep -q '^EXIT STATUS' <<<"$text" || fail "$page has no EXIT STATUS section"
 done
-
-# The installer's usage also answers /? (as the first argument), with no display.
-out=$(env -u DISPLAY "$prefix/bin/installer" '/?') || fail "installer /? exits $?"
-for part in 'usecwd' '-L<code>' 'ru uk en lv lt bg de ro ka kk vi tr' 'plom8.tpk' 'zelbrun.cfg' \
-            '    3  cancelled' '    4  failed'; do
-  grep -qF -- "$part" <<<"$out" || fail "installer usage lacks '$part'"
-done
 echo "install layout ok"

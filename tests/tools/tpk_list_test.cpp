@@ -74,12 +74,6 @@ TEST(TpkListTest, PlanAgainstAnInstalledFolderFollowsTheHundredNanosecondRule) {
   EXPECT_EQ(r.out, expected);
   EXPECT_EQ(snapshot(installed.path()), before);
 
-  // A folder that does not exist yet: everything is new, and it is not created.
-  r = run(kList + " --against " + q(installed / "absent") + " " + q(package));
-  EXPECT_EQ(r.status, 0);
-  EXPECT_TRUE(contains(r.out, "9 entries: 9 new, 0 replace, 0 keep, 0 conflict\n")) << r.out;
-  EXPECT_FALSE(exists(installed / "absent"));
-
   // The same decisions and their counts in the JSON listing, with the same status.
   r = run(kList + " --json --against " + q(installed.path()) + " " + q(package) + " >" +
           q(out / "plan.json") + "; echo $?; " + q(PYTHON_EXE) +
@@ -141,15 +135,6 @@ TEST(TpkListTest, JsonListingKeepsEveryNameExactly) {
   expected +=
       "1 " + std::to_string(std::filesystem::file_size(package)) + " True " + package + "\n";
   EXPECT_EQ(r.out, expected);
-  EXPECT_EQ(run(kList + " --json " + q(package) + " | " + q(PYTHON_EXE) + " -m json.tool").status,
-            0);
-
-  // A damaged package gives no listing.
-  const std::string whole = read_file(package);
-  write_file(out / "bad.tpk", whole.substr(0, whole.size() / 2));
-  r = run(kList + " --json " + q(out / "bad.tpk"));
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "");
 }
 
 TEST(TpkListTest, ProposedPlanFollowsTheStarterConfiguration) {
@@ -211,7 +196,8 @@ TEST(TpkListTest, ProposedPlanFollowsTheStarterConfiguration) {
   EXPECT_TRUE(contains(r.err, "proposes no directory")) << r.err;
 }
 
-// A file whose contents do not match its record's check fails the listing, by name.
+// A file whose contents do not match its record's check fails the listing, by
+// name, and nothing is listed.
 TEST(TpkListTest, ContentsThatDoNotMatchTheirCheckAreNamed) {
   TempDir dir;
   std::string working =
@@ -220,5 +206,6 @@ TEST(TpkListTest, ContentsThatDoNotMatchTheirCheckAreNamed) {
   write_file(dir / "p.tpk", pkgtest::deflate_raw(working));
   Result r = run(kList + " " + q(dir / "p.tpk"));
   EXPECT_EQ(r.status, 1);
-  EXPECT_TRUE(contains(r.out + r.err, "the contents of a do not match its record")) << r.err;
+  EXPECT_TRUE(contains(r.err, "the contents of a do not match its record")) << r.err;
+  EXPECT_EQ(run(kList + " --json " + q(dir / "p.tpk")).out, "");
 }
