@@ -73,9 +73,9 @@ class InstallerE2E(unittest.TestCase):
         # The desktop font at the common 96 dots per inch (Xvfb reports about 100).
         rc = os.path.join(self.root, "gtkrc")
         write(rc, f'gtk-xft-dpi = 98304\ngtk-font-name = "Sans {self.points}"\n')
-        return dict(os.environ, HOME=self.home, TMPDIR=self.tmp, LANG="C.UTF-8", LC_ALL="C.UTF-8",
-                    PATH=os.path.join(self.root, "bin") + ":" + os.environ["PATH"],
-                    GTK2_RC_FILES=rc, **extra)
+        return {**os.environ, "HOME": self.home, "TMPDIR": self.tmp, "LANG": "C.UTF-8",
+                "LC_ALL": "C.UTF-8", "PATH": os.path.join(self.root, "bin") + ":" + os.environ["PATH"],
+                "GTK2_RC_FILES": rc, **extra}
 
     def start(self, *args, **extra):
         self.log = os.path.join(self.root, "trace.log")

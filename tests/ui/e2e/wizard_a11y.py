@@ -45,21 +45,22 @@ def labelled_by(o):
     return [r.getTarget(0) for r in o.getRelationSet() if r.getRelationType() == pyatspi.RELATION_LABELLED_BY]
 
 
-def rect(o, text=False):  # the control's box, or with text=True that of its text
-    if text:
-        t = o.queryText()
-        return tuple(t.getRangeExtents(0, t.characterCount, pyatspi.DESKTOP_COORDS)[:4])
+def rect(o):  # (left, top, right, bottom) of the control
     e = o.queryComponent().getExtents(pyatspi.DESKTOP_COORDS)
-    return e.x, e.y, e.width, e.height
+    return e.x, e.y, e.x + e.width, e.y + e.height
 
 
-def inside(inner, outer):
-    return (inner[0] >= outer[0] and inner[1] >= outer[1] and
-            inner[0] + inner[2] <= outer[0] + outer[2] and inner[1] + inner[3] <= outer[1] + outer[3])
+def text_rect(t):  # the same of a text
+    x, y, w, h = t.getRangeExtents(0, t.characterCount, pyatspi.DESKTOP_COORDS)[:4]
+    return x, y, x + w, y + h
+
+
+def inside(a, b):
+    return a[0] >= b[0] and a[1] >= b[1] and a[2] <= b[2] and a[3] <= b[3]
 
 
 def overlap(a, b):
-    return a[0] < b[0] + b[2] and b[0] < a[0] + a[2] and a[1] < b[1] + b[3] and b[1] < a[1] + a[3]
+    return a[0] < b[2] and b[0] < a[2] and a[1] < b[3] and b[1] < a[3]
 
 
 class WizardA11y(InstallerE2E):
@@ -82,18 +83,13 @@ class WizardA11y(InstallerE2E):
     def alert(self):
         return one(self.app, "alert")
 
-    def answer(self, name):
-        """Presses the button `name` of the box on show; waits for it to close."""
+    def answer(self, name, says=None):
+        """Presses the button `name` of the box on show, which says `says`;
+        waits for it to close."""
+        if says is not None:
+            self.assertEqual([o.name for o in showing(self.alert(), "label")], [says])
         self.press(name, self.alert())
-        self.alert_gone()
-
-    def alert_gone(self):
         wait_until(lambda: not showing(self.app, "alert"), "the box to close")
-
-    def alert_says(self, text):
-        self.assertEqual([o.name for o in showing(self.alert(), "label")], [text])
-
-    # ------------------------------------------------------------ screen reader
 
     def test_screen_reader(self):
         self.package("en:Demo Templates:Demo Vendor:/docs/about it.html", files=12)
@@ -123,8 +119,7 @@ class WizardA11y(InstallerE2E):
         # A relative path: an alert with the interface text, its button focused.
         entry.queryEditableText().setTextContents("mytemplates")
         self.press(EN["IDS_WIZARD_NEXT"])
-        self.alert_says(EN["IDS_SETUP_EMPTYTARGET"])
-        self.answer("OK")
+        self.answer("OK", says=EN["IDS_SETUP_EMPTYTARGET"])
 
         # "~/..." is the home folder. The progress page: Cancel has the focus,
         # the bar is named by the status text and tells its value.
@@ -150,12 +145,9 @@ class WizardA11y(InstallerE2E):
         self.assertEqual(len(showing(self.frame, "check box", EN["IDS_SUCCESS_OPENDESCR"])), 1)
         # Escape asks; Finish ends it.
         self.key("Escape")
-        self.alert_says(EN["IDS_ACCEPT_CANCEL"])
-        self.answer("No")
+        self.answer("No", says=EN["IDS_ACCEPT_CANCEL"])
         self.press(EN["IDS_WIZARD_FINISH"])
         self.assertEqual(self.proc.wait(20), 0)
-
-    # ------------------------------------------------------------ large fonts
 
     def check_texts(self, where, container, entry=None):
         """Every text on show in `container` lies inside its control and the
@@ -169,7 +161,7 @@ class WizardA11y(InstallerE2E):
                 continue
             if text.characterCount == 0 or o.getRoleName() == "text":
                 continue
-            r = rect(o, text=True)
+            r = text_rect(text)
             self.assertTrue(inside(r, rect(o)), f"{where}: cut off: {o.name!r} {r} in {rect(o)}")
             self.assertTrue(inside(r, area), f"{where}: off the window: {o.name!r}")
             texts.append((o.name, r))
@@ -193,17 +185,15 @@ class WizardA11y(InstallerE2E):
         entry = one(self.frame, "text")
         self.check_texts("directory", self.frame, entry)
         blocked = entry.queryText().getText(0, -1)
-        entry.queryEditableText().setTextContents("")
-        self.press(EN["IDS_WIZARD_NEXT"])
-        self.check_texts("empty target box", self.alert())
-        self.answer("OK")
-        self.key("Escape")
-        self.check_texts("cancel question", self.alert())
-        self.answer("No")
-        entry.queryEditableText().setTextContents(blocked)
-        self.press(EN["IDS_WIZARD_NEXT"])
-        self.check_texts("error box", self.alert())
-        self.answer("OK")
+        for where, typed, reply in (("empty target box", "", "OK"), ("cancel question", None, "No"),
+                                    ("error box", blocked, "OK")):
+            if typed is None:
+                self.key("Escape")
+            else:
+                entry.queryEditableText().setTextContents(typed)
+                self.press(EN["IDS_WIZARD_NEXT"])
+            self.check_texts(where, self.alert())
+            self.answer(reply)
         self.wait_trace("page=error")
         self.press(EN["IDS_WIZARD_FINISH"])
         self.assertEqual(self.proc.wait(20), 0)
@@ -213,8 +203,6 @@ class WizardA11y(InstallerE2E):
 
     def test_font_20(self):
         self.large_fonts(20)
-
-    # ------------------------------------------------------------ language
 
     def assert_over_wizard(self):  # the program's second window is transient for the wizard
         out = xprop("-id", self.wait_box(), "WM_TRANSIENT_FOR")
@@ -252,8 +240,6 @@ class WizardA11y(InstallerE2E):
         self.press(stock("_Cancel"), chooser)
         wait_until(lambda: not showing(self.app, "dialog"), "the chooser to close")
 
-    # ------------------------------------------------------------ window managers
-
     def under_window_manager(self, command):
         # The window manager runs on the test's own display; it has taken
         # over once the root window names it.
@@ -283,7 +269,7 @@ class WizardA11y(InstallerE2E):
         order = [int(w, 16) for w in xprop("-root", "_NET_CLIENT_LIST_STACKING").split("#")[1].split(",")]
         self.assertGreater(order.index(self.wait_box()), order.index(self.main), "the box is above the wizard")
         xdotool("key", "Return")
-        self.alert_gone()
+        wait_until(lambda: not showing(self.app, "alert"), "the box to close")
         # The installation, cancelled from the keyboard, puts the folder back.
         wait_until(lambda: self.frame.getState().contains(pyatspi.STATE_ACTIVE), "the wizard active again")
         xdotool("key", "Return")  # the entry presses Next
