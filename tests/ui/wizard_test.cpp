@@ -107,10 +107,8 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
                                   "\nConfigurationTemplatesLocation=" + old + "\n");
   EXPECT_EQ(label(dialog.successPage()->label()), text("IDS_SUCCESS_FINISH") + "\n\n" + target);
   EXPECT_EQ(shown, (std::vector<double>{0.33, 0.66, 1.0}));
-  EXPECT_EQ(read_file(target + "/trade/retail/settings.ini"), "[Company]\nCurrency=EUR\n");
   EXPECT_EQ(label(dialog.progressPage()->statusLabel()), text("IDS_INSTALL_FINISH"));
   EXPECT_FALSE(gtk_widget_is_sensitive(w.cancel));
-  EXPECT_EQ(gtk_button_get_label(GTK_BUTTON(w.next)), text("IDS_WIZARD_FINISH"));
   // Finish, with the check box as it came (checked), closes the window at
   // once; the program waits for the worker's pause before it ends.
   CLICK(w.next);

@@ -264,7 +264,7 @@ class InstallerE2E(unittest.TestCase):
     def test_kept_backup(self):
         # The run fails, and its rollback finds the place of an old file taken:
         # exit 4, the backup folder named and kept, and no word that the
-        # folder is unchanged. A later start never plays that backup again.
+        # folder is unchanged.
         write(os.path.join(self.src, "a/old.txt"), "new\n")
         write(os.path.join(self.src, "z/deep/new.txt"), "new\n")
         self.pack()
@@ -284,14 +284,6 @@ class InstallerE2E(unittest.TestCase):
         self.assertEqual(len(kept), 1, os.listdir(self.tmp))
         self.assertIn(os.path.join(self.tmp, kept[0]), err)
         self.assertNotIn("has not been changed", err)
-
-        os.rmdir(old)
-        r = self.run_headless("-S")
-        self.assertEqual(r.returncode, 1, r.stderr)  # "z" is still in the way
-        self.assertNotIn("restored", r.stderr)
-        saved = os.path.join(self.tmp, kept[0], "a/old.txt")
-        self.assertEqual((read(saved), os.stat(saved).st_mtime), ("old\n", 1))
-        self.assertEqual(os.listdir(self.tmp), kept)
 
 
 if __name__ == "__main__":
