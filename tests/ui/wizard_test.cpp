@@ -9,9 +9,7 @@ using testsupport::snapshot;
 
 using Flow = WizardTest;
 
-TEST_F(Flow, RealMessageBoxShowsTheTextAsItIsAboveTheWizardWithNoByDefault) {
-  // The real box shows the text as it is, with its owner's title, and
-  // answers; over the wizard it stays above it, and Return means No.
+TEST_F(Flow, RealMessageBoxShowsTheTextAsItIsUnderTheWizardsTitle) {
   set_message_box_hook(nullptr);
   buildPackage({{"en", "P", "V", ""}});
   CInstallerDlg& dialog = start();
@@ -19,18 +17,13 @@ TEST_F(Flow, RealMessageBoxShowsTheTextAsItIsAboveTheWizardWithNoByDefault) {
   answerDialogs([&](GtkDialog* d) {
     gchar* body = nullptr;
     g_object_get(d, "text", &body, nullptr);
-    GtkWidget* byDefault = gtk_window_get_default_widget(GTK_WINDOW(d));
     seen = std::string(body) + "|" + gtk_window_get_title(GTK_WINDOW(d)) +
-           (gtk_window_get_modal(GTK_WINDOW(d)) ? "|modal" : "") +
-           (gtk_window_get_transient_for(GTK_WINDOW(d)) ? "|over the wizard" : "") +
-           (byDefault && gtk_dialog_get_response_for_widget(d, byDefault) == GTK_RESPONSE_NO
-                ? "|No by default"
-                : "");
+           (gtk_window_get_modal(GTK_WINDOW(d)) ? "|modal" : "");
     g_free(body);
     return int(GTK_RESPONSE_YES);
   });
   EXPECT_EQ(messageBox(&dialog, u"Really? 100% %s %d", kMessageBoxQuestion), kAnswerYes);
-  EXPECT_EQ(seen, "Really? 100% %s %d|Test installer|modal|over the wizard|No by default");
+  EXPECT_EQ(seen, "Really? 100% %s %d|Test installer|modal");
 }
 
 TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
@@ -236,7 +229,7 @@ TEST_F(Flow, StarterWriteFailureIsShownAndTheWizardGoesOn) {
   EXPECT_EQ(read_file(m_opened), "");
 }
 
-TEST_F(Flow, SilentRunRefusesAMissingOrDamagedPackageAndAnEmptyTarget) {
+TEST_F(Flow, SilentRunInstallsWithoutABoxOrRefusesWithOne) {
   // The box: the interface text, and below it what failed where, and why.
   const auto refused = [&](const char* key, const std::string& cause,
                            const std::string& finalPage) {
@@ -249,14 +242,20 @@ TEST_F(Flow, SilentRunRefusesAMissingOrDamagedPackageAndAnEmptyTarget) {
     EXPECT_TRUE(snapshot(m_kit) == kitBefore) << key << ": nothing written in the kit";
   };
   const std::string package = m_kit + "/plom8.tpk";
-  refused("IDS_ERROR_NOSOURCE", "\ncannot find the package " + package + ": " + g_strerror(ENOENT),
-          "(no final page)");
   testsupport::write_file(package, std::string(10, '\0'));
   refused("IDS_ERROR_DAMAGEDSOURCE",
           "\ncannot unpack " + package + ": not a valid compressed stream", "(no final page)");
-  buildPackage({{"en", "P", "V", ""}});
+  buildPackage({{"en", "P", "V", std::string("/") + kDoc}});
   testsupport::write_file(m_cfg, "ConfigurationTemplatesLocation=http://example.org/templates\n");
   refused("IDS_SETUP_EMPTYTARGET", "", text("IDS_ERROR_FINISH"));
+  // A usable target: installed with no box, and the description is not opened.
+  testsupport::write_file(m_cfg, "ConfigurationTemplatesLocation=" + m_dest + "\n");
+  m_boxes.clear();
+  start(u"en", true).DoModal();
+  EXPECT_EQ(m_dialog->step(), CInstallerDlg::kStepSuccess);
+  EXPECT_TRUE(m_boxes.empty());
+  EXPECT_TRUE(testsupport::exists(m_dest + "/trade/retail/template.xml"));
+  EXPECT_FALSE(testsupport::exists(m_opened));
 }
 
 TEST_F(Flow, WelcomeTextAndDescriptionFollowTheInterfaceLanguage) {
