@@ -9,7 +9,8 @@ using testsupport::snapshot;
 
 using Flow = WizardTest;
 
-TEST_F(Flow, RealMessageBoxShowsTheTextAsItIsUnderTheWizardsTitle) {
+// The box's place above the wizard is checked through the accessibility tree.
+TEST_F(Flow, RealMessageBoxShowsTheTextAsItIsAndReturnMeansNo) {
   set_message_box_hook(nullptr);
   buildPackage({{"en", "P", "V", ""}});
   CInstallerDlg& dialog = start();
@@ -17,13 +18,17 @@ TEST_F(Flow, RealMessageBoxShowsTheTextAsItIsUnderTheWizardsTitle) {
   answerDialogs([&](GtkDialog* d) {
     gchar* body = nullptr;
     g_object_get(d, "text", &body, nullptr);
+    GtkWidget* byDefault = gtk_window_get_default_widget(GTK_WINDOW(d));
     seen = std::string(body) + "|" + gtk_window_get_title(GTK_WINDOW(d)) +
-           (gtk_window_get_modal(GTK_WINDOW(d)) ? "|modal" : "");
+           (gtk_window_get_modal(GTK_WINDOW(d)) ? "|modal" : "") +
+           (byDefault && gtk_dialog_get_response_for_widget(d, byDefault) == GTK_RESPONSE_NO
+                ? "|No by default"
+                : "");
     g_free(body);
     return int(GTK_RESPONSE_YES);
   });
   EXPECT_EQ(messageBox(&dialog, u"Really? 100% %s %d", kMessageBoxQuestion), kAnswerYes);
-  EXPECT_EQ(seen, "Really? 100% %s %d|Test installer|modal");
+  EXPECT_EQ(seen, "Really? 100% %s %d|Test installer|modal|No by default");
 }
 
 TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
@@ -100,7 +105,10 @@ TEST_F(Flow, WalkThroughInstallsRecordsTheDirectoryAndOpensTheDescription) {
                                   "\nConfigurationTemplatesLocation=" + old + "\n");
   EXPECT_EQ(label(dialog.successPage()->label()), text("IDS_SUCCESS_FINISH") + "\n\n" + target);
   EXPECT_EQ(shown, (std::vector<double>{0.33, 0.66, 1.0}));
-  EXPECT_EQ(label(dialog.progressPage()->statusLabel()), text("IDS_INSTALL_FINISH"));
+  ProgressPage& progress = *dialog.progressPage();
+  EXPECT_EQ(label(progress.statusLabel()), text("IDS_INSTALL_FINISH"));
+  progress.setProgress(99);
+  EXPECT_EQ(label(progress.statusLabel()), text("IDS_PROGRESS_START")) << "finished only at 100";
   EXPECT_FALSE(gtk_widget_is_sensitive(w.cancel));
   // Finish, with the check box as it came (checked), closes the window at
   // once; the program waits for the worker's pause before it ends.
