@@ -7,12 +7,12 @@
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
 
+#include <atomic>
 #include <deque>
 #include <filesystem>
 #include <memory>
 
 #include "compat/text.h"
-#include "finishing_pause.h"
 #include "support/slow_run.h"
 #include "support/test_support.h"
 #include "texts/resources.h"
@@ -25,6 +25,10 @@
 // are added with gdk_threads_add_timeout so they hold it too), on the X
 // display of tests/with-xvfb.sh.
 namespace uitest {
+
+// While set, a run's finishing pause goes on: the worker is still busy after
+// the success page, as in the program's one-second pause. TearDown ends it.
+extern std::atomic<bool> g_holdFinishingPause;
 
 // Runs every pending GTK event, idle and redraw, without blocking.
 inline void Pump() {
@@ -85,6 +89,7 @@ class WizardTest : public ::testing::Test {
   }
   void TearDown() override {
     if (m_tick) g_source_remove(m_tick);
+    g_holdFinishingPause = false;
     m_dialog.reset();
     uitest::Pump();
     set_message_box_hook(nullptr);
