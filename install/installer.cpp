@@ -24,7 +24,7 @@ constexpr unsigned kTruncatedSourceError = ERROR_INVALID_DATA;
 
 // How many files a group holds: their records reach the disk together, and
 // their temporary files stay open until they are on disk themselves.
-constexpr size_t kGroupFiles = 64;
+constexpr size_t kGroupFiles = 128;
 // How many written bytes are handed to the disk at a time.
 constexpr uint64_t kWritebackChunk = 8u << 20;
 
