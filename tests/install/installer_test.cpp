@@ -188,14 +188,14 @@ TEST(InstallerTest, EveryFailureAndCancelLeavesTheSandboxAsItWas) {
     box.buildPackage(reader, files);
     if (c.offset) reader.files[kFailing].offset = c.offset;
     if (c.size) reader.files[kFailing].size = c.size;
-    const Snapshot before = snapshot(box.root());
+    const Snapshot before = box.world();
 
     auto run = [&] {
       StateLog log;
       bool restoredWhenReported = false;
       log.onState = [&](const StateLog::State& s) {
         if (s.state == 0 && int(log.states.size()) == c.cancelAt + 1) log.data->setCancel(true);
-        if (s.state == ERROR_CANCELLED) restoredWhenReported = snapshot(box.root()) == before;
+        if (s.state == ERROR_CANCELLED) restoredWhenReported = box.world() == before;
       };
       EXPECT_EQ(run_install(reader, box.targetDir(), log), c.code);
       // Progress up to the entry where the run stopped, then the outcome;
@@ -216,7 +216,7 @@ TEST(InstallerTest, EveryFailureAndCancelLeavesTheSandboxAsItWas) {
       run();
     EXPECT_TRUE(snapshot(box.tmp()).empty());
     if (c.code != 0) {
-      EXPECT_EQ(snapshot_difference(before, snapshot(box.root())), "");
+      EXPECT_EQ(snapshot_difference(before, box.world()), "");
     } else {
       EXPECT_EQ(read_file(t + "same.txt"), "old");
       EXPECT_EQ(read_file(t + "replaced.txt"), "again");

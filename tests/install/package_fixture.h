@@ -50,6 +50,14 @@ class Sandbox {
   std::string tmp() const { return m_root / "tmp"; }
   std::string work() const { return m_root / "work/package.work"; }
   std::u16string targetDir() const { return w(target() + "/"); }
+  // The sandbox as a user sees it: everything but the temporary directory,
+  // whose own time changes with any run (its contents are checked apart).
+  Snapshot world() const {
+    Snapshot s = snapshot(root());
+    for (auto it = s.begin(); it != s.end();)
+      it = it->first == "tmp" || it->first.rfind("tmp/", 0) == 0 ? s.erase(it) : std::next(it);
+    return s;
+  }
 
   // Writes the contents (after filler, in reverse order so that offsets
   // matter) into the working file and fills `reader` with the catalogue,

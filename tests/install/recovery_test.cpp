@@ -3,7 +3,6 @@
 // journals, one run per target, and the places a run may and may not touch.
 #include "install/recovery.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <limits.h>
@@ -12,7 +11,6 @@
 #include <unistd.h>
 
 #include <random>
-#include <sstream>
 
 #include "install/journal.h"
 #include "install/startup.h"
@@ -25,49 +23,6 @@ using namespace installtest;
 namespace {
 
 const _FILETIME kPackageTime = file_time(1600000000, 500);
-
-// Everything below `root` by lstat: type, mode, modification time to the
-// nanosecond (folders included), and a file's bytes or a link's target.
-Snapshot full_snapshot(const std::string& root, const std::string& rel = "") {
-  Snapshot out;
-  const std::string dir = rel.empty() ? root : root + "/" + rel;
-  DIR* d = opendir(dir.c_str());
-  if (!d) return out;
-  std::vector<std::string> names;
-  while (dirent* e = readdir(d))
-    if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") names.push_back(e->d_name);
-  closedir(d);
-  for (const std::string& name : names) {
-    const std::string r = rel.empty() ? name : rel + "/" + name;
-    const std::string path = root + "/" + r;
-    struct stat st;
-    if (lstat(path.c_str(), &st) != 0) continue;
-    std::ostringstream v;
-    v << std::oct << st.st_mode << std::dec << " " << st.st_mtim.tv_sec << "."
-      << st.st_mtim.tv_nsec;
-    if (S_ISREG(st.st_mode)) v << " " << read_file(path);
-    if (S_ISLNK(st.st_mode)) {
-      char target[PATH_MAX];
-      ssize_t n = readlink(path.c_str(), target, sizeof target);
-      v << " -> " << std::string(target, n > 0 ? size_t(n) : 0);
-    }
-    out[r] = v.str();
-    if (S_ISDIR(st.st_mode)) {
-      Snapshot inner = full_snapshot(root, r);
-      out.insert(inner.begin(), inner.end());
-    }
-  }
-  return out;
-}
-
-// The sandbox as a user sees it: everything but the temporary directory,
-// whose own time changes with any run (its contents are checked apart).
-Snapshot world(const Sandbox& box) {
-  Snapshot s = full_snapshot(box.root());
-  for (auto it = s.begin(); it != s.end();)
-    it = it->first == "tmp" || it->first.rfind("tmp/", 0) == 0 ? s.erase(it) : std::next(it);
-  return s;
-}
 
 // `s` with the times of folders that a run changed or made left out: two
 // sandboxes installed at different moments then compare equal.
@@ -114,7 +69,7 @@ struct Scenario {
   }
   // Whether the target is as before the run, or as the baseline's run left it.
   bool beforeOrAfter(const Snapshot& before, const Snapshot& after, bool& wasBefore) const {
-    const Snapshot now = world(box);
+    const Snapshot now = box.world();
     wasBefore = now == before;
     return wasBefore ||
            without_new_folder_times(now, before) == without_new_folder_times(after, before);
@@ -129,7 +84,7 @@ struct Baseline {
 Baseline baseline(bool overOlderCopy) {
   Baseline b;
   Scenario s(overOlderCopy);
-  b.before = world(s.box);
+  b.before = s.box.world();
   FaultyFileOps counting;
   {
     ScopedFileOps use(&counting);
@@ -137,7 +92,7 @@ Baseline baseline(bool overOlderCopy) {
     EXPECT_EQ(run_install(s.reader, s.dir, installer), 0u);
   }
   b.calls = counting.calls;
-  b.after = world(s.box);
+  b.after = s.box.world();
   return b;
 }
 
@@ -171,12 +126,12 @@ TEST(RecoveryTest, AnyFailingCallLeavesTheTargetBeforeOrAfter) {
       failed += code != 0;
       bool before = false;
       EXPECT_TRUE(s.beforeOrAfter(b.before, b.after, before));
-      EXPECT_EQ(before, code != 0) << snapshot_difference(b.before, world(s.box));
+      EXPECT_EQ(before, code != 0) << snapshot_difference(b.before, s.box.world());
       // A folder of the run that could not be removed (its removal failed)
       // goes at the next start, without a word and without undoing anything.
       EXPECT_TRUE(recover_interrupted_runs().runs.empty());
       EXPECT_TRUE(s.beforeOrAfter(b.before, b.after, before));
-      EXPECT_TRUE(full_snapshot(s.box.tmp()).empty());
+      EXPECT_TRUE(snapshot(s.box.tmp()).empty());
     }
     // Most calls matter; a few (a hint to start writing) do not.
     EXPECT_GT(failed, b.calls / 2);
@@ -225,14 +180,14 @@ TEST(RecoveryTest, AStopAtAnyCallIsUndoneByTheNextStart) {
         const RecoveryReport report = recover_interrupted_runs();
         bool before = false;
         EXPECT_TRUE(s.beforeOrAfter(b.before, b.after, before))
-            << snapshot_difference(b.before, world(s.box));
+            << snapshot_difference(b.before, s.box.world());
         ASSERT_LE(report.runs.size(), 1u);
         if (!report.runs.empty()) {
           EXPECT_TRUE(report.runs[0].complete);
           EXPECT_TRUE(before);
           restored += before;
         }
-        EXPECT_TRUE(full_snapshot(s.box.tmp()).empty());
+        EXPECT_TRUE(snapshot(s.box.tmp()).empty());
         EXPECT_TRUE(recover_interrupted_runs().runs.empty());  // nothing left to do
       }
       EXPECT_GT(restored, b.calls / 2);
@@ -266,7 +221,7 @@ TEST(RecoveryTest, AnInterruptedRecoveryIsFinishedByTheNextStart) {
     EXPECT_TRUE(s.beforeOrAfter(b.before, b.after, before));
     EXPECT_TRUE(before);
     EXPECT_EQ(first.runs.size() + second.runs.size(), 1u);
-    EXPECT_TRUE(full_snapshot(s.box.tmp()).empty());
+    EXPECT_TRUE(snapshot(s.box.tmp()).empty());
     if (!first.stopped) break;  // k went past the last call
   }
 }
@@ -295,7 +250,7 @@ TEST(RecoveryTest, ADamagedJournalNeverCostsAnOriginalFile) {
       ++cases;
 
       const RecoveryReport report = recover_interrupted_runs();
-      const Snapshot now = world(s.box);
+      const Snapshot now = s.box.world();
       ASSERT_LE(report.runs.size(), 1u);
       const bool reported = !report.runs.empty();
       const bool complete = reported && report.runs[0].complete;
@@ -307,7 +262,7 @@ TEST(RecoveryTest, ADamagedJournalNeverCostsAnOriginalFile) {
         const std::string key = std::string("target/") + f;
         const bool inPlace = now.count(key) && now.at(key) == b.before.at(key);
         const bool inBackup = reported && !complete && exists(backup + f) &&
-                              full_snapshot(backup).at(f) == b.before.at(key);
+                              snapshot(backup).at(f) == b.before.at(key);
         EXPECT_TRUE(inPlace || inBackup) << f;
       }
       kept += reported && !complete;
@@ -327,7 +282,7 @@ TEST(RecoveryTest, HandMadeRecordsAreNotObeyed) {
   const std::string t = box.target();
   write_file(t + "/keep.txt", "the user's");
   write_file(box.root() + "/victim.txt", "outside the target");
-  const Snapshot before = world(box);
+  const Snapshot before = box.world();
   auto record = [](JournalOp op, const std::string& path, size_t size = 0) {
     JournalEntry e;
     e.op = op;
@@ -348,7 +303,7 @@ TEST(RecoveryTest, HandMadeRecordsAreNotObeyed) {
     ASSERT_EQ(system(("rm -rf " + backup + " && mkdir -m 700 " + backup).c_str()), 0);
     write_file(backup + kJournalName, journal);
     const RecoveryReport report = recover_interrupted_runs();
-    EXPECT_EQ(snapshot_difference(before, world(box)), "");
+    EXPECT_EQ(snapshot_difference(before, box.world()), "");
     ASSERT_EQ(report.runs.size(), 1u);
     // A journal cut off by a record it does not trust is not "restored"...
     EXPECT_FALSE(report.runs[0].complete);
@@ -373,7 +328,7 @@ TEST(RecoveryTest, AStartRemovesOnlyWhatTheInstallerMade) {
   write_file(box.root() + "/plom8.tpk", "not a package");
   const StartupReport report = prepare_installation(w(box.root() + "/plom8.tpk"), reader, starter);
   EXPECT_TRUE(report.restored.empty() && report.notRestored.empty());
-  EXPECT_EQ(full_snapshot(box.tmp()).size(), 2u);  // kptnotes1 and zqstp3
+  EXPECT_EQ(snapshot(box.tmp()).size(), 2u);  // kptnotes1 and zqstp3
   EXPECT_EQ(read_file(tmp + "kptnotes1"), "the user's notes");
 }
 
@@ -410,7 +365,7 @@ TEST(RecoveryTest, LocksHoldOnlyTheTargetOfThisUsersRuns) {
   }
   char c;
   ASSERT_EQ(read(paused[0], &c, 1), 1);
-  const Snapshot during = world(s.box);
+  const Snapshot during = s.box.world();
   // A second run into the paused run's target.
   Installer second(0);
   StateLog log;
@@ -418,7 +373,7 @@ TEST(RecoveryTest, LocksHoldOnlyTheTargetOfThisUsersRuns) {
   EXPECT_EQ(second.failure().operation, Operation::kLockTarget);
   EXPECT_EQ(log.states.back().phase, RunPhase::kFailed);
   EXPECT_TRUE(recover_interrupted_runs().runs.empty());
-  EXPECT_EQ(snapshot_difference(during, world(s.box)), "");
+  EXPECT_EQ(snapshot_difference(during, s.box.world()), "");
   // The sibling and the existing target go on.
   Installer third(0), fourth(0);
   EXPECT_EQ(run_install(s.reader, w(s.t + "sibling2/"), third), 0u);
@@ -429,7 +384,7 @@ TEST(RecoveryTest, LocksHoldOnlyTheTargetOfThisUsersRuns) {
   EXPECT_EQ(status, 0);
   for (const char* dir : {"sibling1/", "sibling2/", ""})
     EXPECT_EQ(read_file(s.t + dir + "a.txt"), "new a again") << dir;
-  EXPECT_TRUE(full_snapshot(s.box.tmp()).empty());
+  EXPECT_TRUE(snapshot(s.box.tmp()).empty());
   close(targetFd);
   close(rootFd);
 }
@@ -446,11 +401,11 @@ TEST(RecoveryTest, TargetsAreUsedAsSpelled) {
     ASSERT_EQ(system(("mv " + s.t + "old " + elsewhere).c_str()), 0);
     ASSERT_EQ(symlink(elsewhere.c_str(), (s.t + "old").c_str()), 0);
     if (fail) write_file(s.t + "fresh", "a file where a folder must go");
-    const Snapshot before = world(s.box);
+    const Snapshot before = s.box.world();
     Installer installer(0);
     EXPECT_EQ(run_install(s.reader, s.dir, installer), fail ? ERROR_PATH_NOT_FOUND : 0u);
     if (fail) {
-      EXPECT_EQ(snapshot_difference(before, world(s.box)), "");
+      EXPECT_EQ(snapshot_difference(before, s.box.world()), "");
     } else {
       EXPECT_EQ(read_file(elsewhere + "/deep/c.txt"), "new c");
     }
@@ -523,12 +478,12 @@ TEST(RecoveryTest, AnUnsafeTemporaryDirectoryIsRefused) {
     Installer installer(0);
     PackageReader package;
     box.buildPackage(package, {{"a.txt", "a", kPackageTime}});
-    const Snapshot before = world(box);
+    const Snapshot before = box.world();
     EXPECT_EQ(run_install(package, box.targetDir(), installer) == 0, mode != 0777);
     if (mode == 0777) {
-      EXPECT_EQ(snapshot_difference(before, world(box)), "");
+      EXPECT_EQ(snapshot_difference(before, box.world()), "");
     }
-    EXPECT_TRUE(full_snapshot(box.tmp()).empty());
+    EXPECT_TRUE(snapshot(box.tmp()).empty());
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <vector>
 
 namespace testsupport {
 
@@ -68,27 +70,31 @@ void set_mtime(const std::string& path, int64_t seconds, long nanoseconds) {
 }
 
 static void walk(const std::string& root, const std::string& rel, Snapshot& out) {
-  std::string dir = rel.empty() ? root : root + "/" + rel;
+  const std::string dir = rel.empty() ? root : root + "/" + rel;
   DIR* d = opendir(dir.c_str());
   if (!d) return;
-  while (dirent* e = readdir(d)) {
-    std::string name = e->d_name;
-    if (name == "." || name == "..") continue;
-    std::string r = rel.empty() ? name : rel + "/" + name;
-    struct stat st;
-    if (lstat((root + "/" + r).c_str(), &st) != 0) continue;
-    if (S_ISDIR(st.st_mode)) {
-      out[r] = "d";
-      walk(root, r, out);
-    } else {
-      std::ostringstream v;
-      // Only a regular file is read: a FIFO would block, a device never end.
-      v << (S_ISREG(st.st_mode) ? "f " : "s ") << st.st_mtim.tv_sec << "." << st.st_mtim.tv_nsec
-        << " " << (S_ISREG(st.st_mode) ? read_file(root + "/" + r) : "");
-      out[r] = v.str();
-    }
-  }
+  std::vector<std::string> names;
+  while (dirent* e = readdir(d))
+    if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") names.push_back(e->d_name);
   closedir(d);
+  for (const std::string& name : names) {
+    const std::string r = rel.empty() ? name : rel + "/" + name;
+    const std::string path = root + "/" + r;
+    struct stat st;
+    if (lstat(path.c_str(), &st) != 0) continue;
+    std::ostringstream v;
+    v << std::oct << st.st_mode << std::dec << " " << st.st_mtim.tv_sec << "."
+      << st.st_mtim.tv_nsec;
+    // Only a regular file is read: a FIFO would block, a device never end.
+    if (S_ISREG(st.st_mode)) v << " " << read_file(path);
+    if (S_ISLNK(st.st_mode)) {
+      char target[PATH_MAX];
+      ssize_t n = readlink(path.c_str(), target, sizeof target);
+      v << " -> " << std::string(target, n > 0 ? size_t(n) : 0);
+    }
+    out[r] = v.str();
+    if (S_ISDIR(st.st_mode)) walk(root, r, out);
+  }
 }
 
 Snapshot snapshot(const std::string& root) {

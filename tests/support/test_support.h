@@ -43,9 +43,9 @@ bool exists(const std::string& path);
 // Sets the modification (and access) time, nanosecond exact.
 void set_mtime(const std::string& path, int64_t seconds, long nanoseconds);
 
-// Everything below a directory: relative path -> "d" for a directory, or
-// "f <mtime ns> <bytes>" for a regular file ("s <mtime ns> " for anything else
-// that is not a directory); compare two snapshots with ==.
+// Everything below a directory by lstat: relative path -> its mode (octal),
+// its modification time to the nanosecond (folders included), and a regular
+// file's bytes or a link's target; compare two snapshots with ==.
 using Snapshot = std::map<std::string, std::string>;
 Snapshot snapshot(const std::string& root);
 
