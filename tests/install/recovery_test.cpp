@@ -96,6 +96,16 @@ Baseline baseline(bool overOlderCopy) {
   return b;
 }
 
+// Folders of long names below `base`, made until the path is `size` bytes long.
+std::string deep_folder(std::string base, size_t size) {
+  while (base.size() < size) {
+    const size_t left = size - base.size();  // the last name is never empty
+    base += "/" + std::string(left > 400 ? 200 : left > 201 ? left / 2 : left - 1, 'd');
+    EXPECT_EQ(mkdir(base.c_str(), 0700), 0);
+  }
+  return base;
+}
+
 const char* kScenarioNames[] = {"fresh install into a new folder", "install over an older copy"};
 
 // Every call of a run fails in turn (ENOSPC, EACCES, EIO by turns): the run
@@ -312,26 +322,6 @@ TEST(RecoveryTest, HandMadeRecordsAreNotObeyed) {
   }
 }
 
-// Leftovers that are provably not a run's own, and the quiet cases: the
-// user's files named like a working file are never removed; an empty
-// backup folder or an empty journal goes without a word.
-TEST(RecoveryTest, AStartRemovesOnlyWhatTheInstallerMade) {
-  Sandbox box;
-  const std::string tmp = box.tmp() + "/";
-  write_file(tmp + "kptnotes1", "the user's notes");
-  write_file(tmp + "zqstp3", "the user's file");
-  ASSERT_EQ(mkdir((tmp + "zqstp1").c_str(), 0700), 0);
-  ASSERT_EQ(mkdir((tmp + "zqstp2").c_str(), 0700), 0);
-  write_file(tmp + "zqstp2/" + kJournalName, "");
-  PackageReader reader;
-  StarterState starter;
-  write_file(box.root() + "/plom8.tpk", "not a package");
-  const StartupReport report = prepare_installation(w(box.root() + "/plom8.tpk"), reader, starter);
-  EXPECT_TRUE(report.restored.empty() && report.notRestored.empty());
-  EXPECT_EQ(snapshot(box.tmp()).size(), 2u);  // kptnotes1 and zqstp3
-  EXPECT_EQ(read_file(tmp + "kptnotes1"), "the user's notes");
-}
-
 // Other users' locks anywhere count for nothing; runs into two new sibling
 // folders go on side by side; a second run into the same target fails at
 // once with the true reason and touches nothing; a live run is not
@@ -432,13 +422,7 @@ TEST(RecoveryTest, TargetsAreUsedAsSpelled) {
     // The file's path is 4,090 bytes; the temporary name beside it, longer
     // than the file's name, makes a path that no single call may name.
     const std::string name = "short.cfg";
-    std::string deep = box.target();
-    while (deep.size() < PATH_MAX - 6 - name.size() - 1) {
-      deep += "/" +
-              std::string(std::min<size_t>(200, PATH_MAX - 6 - name.size() - deep.size() - 2), 'd');
-      ASSERT_EQ(mkdir(deep.c_str(), 0755), 0);
-    }
-    ASSERT_GT(deep.size() + 40, size_t(PATH_MAX));
+    const std::string deep = deep_folder(box.target(), PATH_MAX - 6 - name.size() - 1);
     PackageReader reader;
     box.buildPackage(reader, {{name, "x", kPackageTime}});
     Installer installer(0);
@@ -448,12 +432,7 @@ TEST(RecoveryTest, TargetsAreUsedAsSpelled) {
   {
     SCOPED_TRACE("a temporary directory 4,000 bytes long");
     Sandbox box;
-    std::string deep = box.tmp();
-    while (deep.size() < 4000) {
-      deep += "/" + std::string(std::min<size_t>(200, 4000 - deep.size()), 't');
-      ASSERT_EQ(mkdir(deep.c_str(), 0700), 0);
-    }
-    ScopedEnv env("TMPDIR", deep);
+    ScopedEnv env("TMPDIR", deep_folder(box.tmp(), 4000));
     PackageReader reader;
     box.buildPackage(reader, {{"a.txt", "a", kPackageTime}, {"b\\c.txt", "c", kPackageTime}});
     Installer installer(0);
@@ -462,29 +441,44 @@ TEST(RecoveryTest, TargetsAreUsedAsSpelled) {
   }
 }
 
-// A temporary directory that others may write into without the sticky bit
-// is refused before anything happens; with the sticky bit it is used.
-TEST(RecoveryTest, AnUnsafeTemporaryDirectoryIsRefused) {
+// What a start does in the temporary directory. It removes only what the
+// installer provably made: the user's files named like a working file stay,
+// an empty backup folder or an empty journal goes without a word. A
+// directory that others may write into without the sticky bit is refused
+// before anything happens, by a start and by a run; with the bit it is used.
+TEST(RecoveryTest, AStartTouchesOnlyWhatTheInstallerMadeInASafeTemporaryDirectory) {
   Sandbox box;
+  const std::string tmp = box.tmp() + "/";
+  write_file(tmp + "kptnotes1", "the user's notes");
+  write_file(tmp + "zqstp3", "the user's file");
+  ASSERT_EQ(mkdir((tmp + "zqstp1").c_str(), 0700), 0);
+  ASSERT_EQ(mkdir((tmp + "zqstp2").c_str(), 0700), 0);
+  write_file(tmp + "zqstp2/" + kJournalName, "");
   write_file(box.root() + "/plom8.tpk", "not a package");
+  auto start = [&] {
+    PackageReader reader;
+    StarterState starter;
+    return prepare_installation(w(box.root() + "/plom8.tpk"), reader, starter);
+  };
+  const StartupReport report = start();
+  EXPECT_TRUE(report.restored.empty() && report.notRestored.empty());
+  EXPECT_EQ(snapshot(box.tmp()).size(), 2u);  // kptnotes1 and zqstp3
+  EXPECT_EQ(read_file(tmp + "kptnotes1"), "the user's notes");
+
   for (mode_t mode : {mode_t(0777), mode_t(01777)}) {
     SCOPED_TRACE(mode);
     ASSERT_EQ(chmod(box.tmp().c_str(), mode), 0);
-    PackageReader reader;
-    StarterState starter;
-    const StartupReport report =
-        prepare_installation(w(box.root() + "/plom8.tpk"), reader, starter);
-    EXPECT_EQ(report.status.operation, mode == 0777 ? Operation::kCheckTemp : Operation::kUnpack);
-    Installer installer(0);
+    EXPECT_EQ(start().status.operation, mode == 0777 ? Operation::kCheckTemp : Operation::kUnpack);
     PackageReader package;
     box.buildPackage(package, {{"a.txt", "a", kPackageTime}});
-    const Snapshot before = box.world();
+    const Snapshot before = snapshot(box.root());
+    Installer installer(0);
     EXPECT_EQ(run_install(package, box.targetDir(), installer) == 0, mode != 0777);
     if (mode == 0777) {
-      EXPECT_EQ(snapshot_difference(before, box.world()), "");
+      EXPECT_EQ(snapshot_difference(before, snapshot(box.root())), "");
     }
-    EXPECT_TRUE(snapshot(box.tmp()).empty());
   }
+  EXPECT_EQ(snapshot(box.tmp()).size(), 2u);
 }
 
 // Odd paths, times and sizes come back as written; a cut record ends the journal.

@@ -216,16 +216,6 @@ class InstallerE2E(unittest.TestCase):
         self.assertEqual(self.proc.wait(20), 0)
         self.assertEqual(os.listdir(self.tmp), [])
 
-        # A file where a folder must go: the described text, then the path and the reason.
-        write(os.path.join(target, "trade"), "a file\n")
-        r = self.run_headless("-S")
-        self.assertEqual(r.returncode, 1)
-        lines = r.stderr.splitlines()
-        self.assertEqual((lines[0], lines[-1]), (EN["IDS_INSTALL_ERROR"], EN["IDS_ERROR_FINISH"]))
-        self.assertIn(os.path.join(target, "trade"), lines[1])
-        self.assertIn(os.strerror(20), lines[1])  # ENOTDIR
-        self.assertEqual((sorted(os.listdir(target)), os.listdir(self.tmp)), (["mine.txt", "trade"], []))
-
         # A package that cannot be read: the system's reason is given (root
         # runs this without its power to read any file).
         os.chmod(self.tpk, 0)
