@@ -92,12 +92,4 @@ TEST(DirectoriesTest, TemporaryPathAndFiles) {
   }
 }
 
-TEST(DirectoriesTest, CommandStatusAndRoot) {
-  unsigned long before = shell_command_count();
-  EXPECT_EQ(run_linux_command("exit 3") >> 8, 3);
-  EXPECT_EQ(shell_command_count(), before + 1);
-  EXPECT_TRUE(isDiskRoot(u"/"));
-  for (const char16_t* not_root : {u"//", u"/tmp", u""}) EXPECT_FALSE(isDiskRoot(not_root));
-}
-
 }  // namespace
