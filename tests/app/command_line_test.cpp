@@ -114,7 +114,6 @@ TEST_F(CommandLineTest, HelpAndVersionCountOnlyAsTheFirstArgument) {
       {{"/?"}, LaunchRequest::kHelp},
       {{"--version", "--help"}, LaunchRequest::kVersion},
       // Anywhere else they are unknown options: the run goes on.
-      {{"usecwd", "--help"}, LaunchRequest::kRun},
       {{"-Lde", "--version"}, LaunchRequest::kRun},
       // Only the exact words.
       {{"-H"}, LaunchRequest::kRun},

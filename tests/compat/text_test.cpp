@@ -26,7 +26,6 @@ TEST(TextTest, WidenThenNarrowGivesBackEveryByte) {
     for (const std::string& s : samples) EXPECT_EQ(narrow_lib(widen_lib(s)), s) << locale;
   }
   ScopedEnv lcAll("LC_ALL", "C.UTF-8");
-  EXPECT_EQ(widen_lib("caf\xe9"), std::u16string(u"caf") + char16_t(0xDCE9));
   std::u16string lone = u"x";
   lone += char16_t(0xD800);
   EXPECT_EQ(narrow_lib(lone).substr(0, 1), "x");          // a lone surrogate does not stop it
