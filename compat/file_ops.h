@@ -38,8 +38,10 @@ class FileOps {
   virtual int unlink(int dirFd, const std::string& path, bool directory);
   // fdatasync(2).
   virtual int flush(int fd);
-  // flush() of every descriptor, several at a time, so that the file system
-  // can put them on disk together; `errors[i]` is the result for `fds[i]`.
+  // fdatasync(2) of every descriptor, several at a time on threads of its
+  // own, so that the file system can put them on disk together; `errors[i]`
+  // is the result for `fds[i]`. A layer that overrides flush() overrides
+  // this too (the system's does not call the override).
   virtual void flushAll(const std::vector<int>& fds, std::vector<int>& errors);
   // Starts writing a range to the disk without waiting (sync_file_range).
   virtual int startWriteback(int fd, int64_t offset, int64_t length);
@@ -55,8 +57,9 @@ class FileOps {
   // Runs `command` with /bin/sh -c; `status` is the raw wait status. An
   // error only when no shell could be started.
   virtual int run(const std::string& command, int& status);
-  // run() of every command, several at a time; `statuses[i]` and
-  // `errors[i]` belong to `commands[i]`.
+  // Runs every command as run() does, two at a time; `statuses[i]` and
+  // `errors[i]` belong to `commands[i]`. A layer that overrides run()
+  // overrides this too.
   virtual void runAll(const std::vector<std::string>& commands, std::vector<int>& statuses,
                       std::vector<int>& errors);
   // Free bytes for the user of the file system holding `path`.
