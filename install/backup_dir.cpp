@@ -72,14 +72,19 @@ unsigned BackupDir::make() {
       if (path_exists(candidate)) continue;  // made by someone else meanwhile
       return code;
     }
-    if (take(candidate + "/") && !has_entries(m_fd) && file_ops().chmod(m_fd, 0700) == 0) {
-      m_number = n;
-      return 0;
+    if (take(candidate + "/")) {
+      if (!has_entries(m_fd) && file_ops().chmod(m_fd, 0700) == 0) {
+        m_number = n;
+        return 0;
+      }
+      // Held, but not to be used: it goes again while it is still an empty
+      // folder (rmdir never removes anything else).
+      if (stillNamed()) file_ops().unlink(AT_FDCWD, candidate, true);
+      close();
     }
-    close();
-    // Made here but not to be used: it goes again when it is still an empty
-    // folder (rmdir never removes anything else).
-    file_ops().unlink(AT_FDCWD, candidate, true);
+    // Not taken: another start's recovery holds it and removes it, or the
+    // name is someone else's now. Removing it by name could remove another
+    // run's folder made there meanwhile.
     ++lost;
   }
   return ERROR_CANTWRITE;

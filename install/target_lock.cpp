@@ -67,31 +67,42 @@ int open_lock_folder(std::string& path, int& error, bool make = true) {
 unsigned TargetLock::acquire(const std::string& target, int& sysError) {
   release();
   sysError = 0;
-  m_name = lock_name(target);
-  // A lock file removed by the run that held it between our open and our
-  // lock is not the lock any more: try again with the name's new file.
+  const std::string name = lock_name(target);
+  std::string dirPath;
+  int busy = 0;
   for (int attempt = 0; attempt < 100; ++attempt) {
-    m_dirFd = open_lock_folder(m_dirPath, sysError);
-    if (m_dirFd < 0) return ERROR_CANTWRITE;
-    if ((sysError = file_ops().open(m_dirFd, m_name, O_RDWR | O_CREAT | O_NOFOLLOW, 0600, m_fd))) {
-      release();
-      if (sysError == ENOENT) continue;  // the folder went meanwhile
+    const int dirFd = open_lock_folder(dirPath, sysError);
+    if (dirFd < 0) return ERROR_CANTWRITE;
+    int fd = -1;
+    int error = file_ops().open(dirFd, name, O_RDWR | O_CREAT | O_NOFOLLOW, 0600, fd);
+    if (!error) error = file_ops().lock(fd, LOCK_EX);
+    struct stat64 held, named;
+    if (!error && file_ops().stat(fd, std::string(), held, true) == 0 &&
+        file_ops().stat(dirFd, name, named, false) == 0 && held.st_ino == named.st_ino &&
+        held.st_dev == named.st_dev) {
+      m_dirFd = dirFd;
+      m_fd = fd;
+      m_dirPath = dirPath;
+      m_name = name;
+      return 0;
+    }
+    // Not held: closed without removing anything, since the file or its
+    // folder may be another run's by now.
+    if (fd >= 0) file_ops().close(fd);
+    file_ops().close(dirFd);
+    // A start that clears stale lock files holds each for a moment only; a
+    // run holds its lock for the whole run.
+    if (error == EWOULDBLOCK && ++busy <= 3) {
+      usleep(5000);
+      continue;
+    }
+    if (error == EWOULDBLOCK) return kTargetBusy;
+    // ENOENT: the folder went meanwhile. No error: the file was removed by
+    // the run that held it. Either way the name's new file is tried.
+    if (error != 0 && error != ENOENT) {
+      sysError = error;
       return ERROR_CANTWRITE;
     }
-    if (int error = file_ops().lock(m_fd, LOCK_EX)) {
-      release();
-      sysError = error == EWOULDBLOCK ? 0 : error;
-      return error == EWOULDBLOCK ? kTargetBusy : ERROR_CANTWRITE;
-    }
-    struct stat64 held, named;
-    if (file_ops().stat(m_fd, std::string(), held, true) == 0 &&
-        file_ops().stat(m_dirFd, m_name, named, false) == 0 && held.st_ino == named.st_ino &&
-        held.st_dev == named.st_dev)
-      return 0;
-    file_ops().close(m_fd);
-    m_fd = -1;
-    file_ops().close(m_dirFd);
-    m_dirFd = -1;
   }
   sysError = EAGAIN;
   return ERROR_CANTWRITE;

@@ -293,12 +293,8 @@ TEST(RecoveryTest, HandMadeRecordsAreNotObeyed) {
   write_file(t + "/keep.txt", "the user's");
   write_file(box.root() + "/victim.txt", "outside the target");
   const Snapshot before = box.world();
-  auto record = [](JournalOp op, const std::string& path, size_t size = 0) {
-    JournalEntry e;
-    e.op = op;
-    e.path = path;
-    e.size = size;
-    return encode_entry(e);
+  auto record = [](JournalOp op, const std::string& path, uint64_t size = 0) {
+    return encode_entry({op, path, 0, size});
   };
   const std::string head = record(JournalOp::kTarget, t + "/", t.size());
   const std::string journals[] = {
@@ -356,12 +352,15 @@ TEST(RecoveryTest, LocksHoldOnlyTheTargetOfThisUsersRuns) {
   char c;
   ASSERT_EQ(read(paused[0], &c, 1), 1);
   const Snapshot during = s.box.world();
-  // A second run into the paused run's target.
-  Installer second(0);
-  StateLog log;
-  EXPECT_EQ(run_install(s.reader, w(s.t + "sibling1/"), second, &log), kTargetBusy);
-  EXPECT_EQ(second.failure().operation, Operation::kLockTarget);
-  EXPECT_EQ(log.states.back().phase, RunPhase::kFailed);
+  // A second and a third run into the paused run's target: a refusal leaves
+  // the lock as it was.
+  for (int run = 2; run <= 3; ++run) {
+    Installer other(0);
+    StateLog log;
+    EXPECT_EQ(run_install(s.reader, w(s.t + "sibling1/"), other, &log), kTargetBusy) << run;
+    EXPECT_EQ(other.failure().operation, Operation::kLockTarget);
+    EXPECT_EQ(log.states.back().phase, RunPhase::kFailed);
+  }
   EXPECT_TRUE(recover_interrupted_runs().runs.empty());
   EXPECT_EQ(snapshot_difference(during, s.box.world()), "");
   // The sibling and the existing target go on.
@@ -465,12 +464,12 @@ TEST(RecoveryTest, AStartTouchesOnlyWhatTheInstallerMadeInASafeTemporaryDirector
   EXPECT_EQ(snapshot(box.tmp()).size(), 2u);  // kptnotes1 and zqstp3
   EXPECT_EQ(read_file(tmp + "kptnotes1"), "the user's notes");
 
+  PackageReader package;
+  box.buildPackage(package, {{"a.txt", "a", kPackageTime}});
   for (mode_t mode : {mode_t(0777), mode_t(01777)}) {
     SCOPED_TRACE(mode);
     ASSERT_EQ(chmod(box.tmp().c_str(), mode), 0);
     EXPECT_EQ(start().status.operation, mode == 0777 ? Operation::kCheckTemp : Operation::kUnpack);
-    PackageReader package;
-    box.buildPackage(package, {{"a.txt", "a", kPackageTime}});
     const Snapshot before = snapshot(box.root());
     Installer installer(0);
     EXPECT_EQ(run_install(package, box.targetDir(), installer) == 0, mode != 0777);
@@ -479,20 +478,33 @@ TEST(RecoveryTest, AStartTouchesOnlyWhatTheInstallerMadeInASafeTemporaryDirector
     }
   }
   EXPECT_EQ(snapshot(box.tmp()).size(), 2u);
+
+  // Another start's recovery locks the backup folder this run has just made,
+  // finds it empty and removes it, and a third run makes the name again: this
+  // run goes on with the next name and leaves the third run's folder alone.
+  const std::string first = tmp + "zqstp0";
+  bool opened = false, raced = false;
+  FaultyFileOps racing;
+  racing.before = [&](unsigned, const char* name, const std::string& path) {
+    opened = opened || (std::string(name) == "open" && path == first);
+    if (std::string(name) != "lock" || !opened || raced) return 0;
+    raced = true;
+    EXPECT_TRUE(rmdir(first.c_str()) == 0 && mkdir(first.c_str(), 0700) == 0);
+    return EWOULDBLOCK;
+  };
+  ScopedFileOps use(&racing);
+  Installer installer(0);
+  EXPECT_EQ(run_install(package, box.targetDir(), installer), 0u);
+  EXPECT_TRUE(raced && exists(first));
 }
 
 // Odd paths, times before 1970 and sizes past 4 GiB come back as written.
 TEST(RecoveryTest, JournalRecordsRoundTrip) {
-  JournalEntry saved;
-  saved.op = JournalOp::kSavedFile;
-  saved.path = "/t/with\ttab\\back\nslash\xc3\xa9\xff";
-  saved.inode = 1234567890123ull;
-  saved.sec[0] = -5;
-  saved.nsec[0] = 999999999;
-  JournalEntry placed = saved;
-  placed.op = JournalOp::kPlacedFile;
-  placed.size = 1ull << 40;
-  placed.fresh = true;
+  const JournalEntry saved{
+      JournalOp::kSavedFile, "/t/with\ttab\\back\nslash\xc3\xa9\xff", 1234567890123ull, 0, {-5, 0},
+      {999999999, 0}};
+  const JournalEntry placed{JournalOp::kPlacedFile, saved.path, saved.inode, 1ull << 40, {-5, 0},
+                            {999999999, 0},         true};
   const JournalText text = parse_journal(encode_entry(saved) + encode_entry(placed));
   ASSERT_EQ(text.entries.size(), 2u);
   for (const JournalEntry& e : text.entries)

@@ -24,8 +24,7 @@ TempDir::TempDir() {
 
 TempDir::~TempDir() {
   std::string cmd = "chmod -R u+rwx '" + m_path + "' 2>/dev/null; rm -rf '" + m_path + "'";
-  if (std::system(cmd.c_str()) != 0) {
-  }
+  (void)!std::system(cmd.c_str());
 }
 
 ScopedEnv::ScopedEnv(const char* name, const std::string& value) : m_name(name) {
