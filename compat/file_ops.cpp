@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 #include <system_error>
 #include <thread>
 
@@ -30,7 +31,20 @@ constexpr size_t kFlushesAtOnce = 8;
 // halves it.
 constexpr size_t kCommandsAtOnce = 2;
 
+std::mutex g_keptMutex;
+std::vector<int> g_keptOpen;
+
 }  // namespace
+
+void keep_open_in_commands(int fd) {
+  std::lock_guard<std::mutex> guard(g_keptMutex);
+  g_keptOpen.push_back(fd);
+}
+
+void stop_keeping_open_in_commands(int fd) {
+  std::lock_guard<std::mutex> guard(g_keptMutex);
+  g_keptOpen.erase(std::remove(g_keptOpen.begin(), g_keptOpen.end(), fd), g_keptOpen.end());
+}
 
 FileOps& file_ops() { return *g_ops.load(); }
 
@@ -148,7 +162,18 @@ int start_shell(const std::string& command, pid_t& pid) {
   char shell[] = "/bin/sh";
   char flag[] = "-c";
   char* argv[] = {shell, flag, const_cast<char*>(command.c_str()), nullptr};
-  return posix_spawn(&pid, "/bin/sh", nullptr, nullptr, argv, environ);
+  posix_spawn_file_actions_t actions;
+  if (int error = posix_spawn_file_actions_init(&actions)) return error;
+  int error = 0;
+  {
+    // A descriptor duplicated onto itself loses its close-on-exec flag.
+    std::lock_guard<std::mutex> guard(g_keptMutex);
+    for (int fd : g_keptOpen)
+      if (!error) error = posix_spawn_file_actions_adddup2(&actions, fd, fd);
+  }
+  if (!error) error = posix_spawn(&pid, "/bin/sh", &actions, nullptr, argv, environ);
+  posix_spawn_file_actions_destroy(&actions);
+  return error;
 }
 
 int wait_for(pid_t pid, int& status) {

@@ -66,6 +66,12 @@ class FileOps {
   virtual int freeSpace(const std::string& path, uint64_t& bytes);
 };
 
+// Descriptors that every command run() starts keeps open while it runs. A
+// run's locks are held this way, so that a command still running after the
+// run was killed keeps the run alive to a recovery until it ends.
+void keep_open_in_commands(int fd);
+void stop_keeping_open_in_commands(int fd);
+
 // The layer in use.
 FileOps& file_ops();
 // Puts `ops` in use (null: the system's again) and returns the one it

@@ -50,6 +50,14 @@ Status check_temp_directory() {
   return Status();
 }
 
+int lock_briefly(int fd) {
+  for (int tries = 1;; ++tries) {
+    const int error = file_ops().lock(fd, LOCK_EX);
+    if (error != EWOULDBLOCK || tries == 10) return error;
+    usleep(10000);
+  }
+}
+
 bool is_backup_name(const std::string& name) {
   const size_t n = sizeof kPrefix - 1;
   if (name.size() <= n || name.compare(0, n, kPrefix) != 0) return false;
@@ -99,11 +107,12 @@ bool BackupDir::take(const std::string& path) {
   struct stat64 st;
   m_fd = fd;
   m_path = path;
-  if (file_ops().lock(fd, LOCK_EX) != 0 || file_ops().stat(fd, std::string(), st, true) != 0 ||
+  if (lock_briefly(fd) != 0 || file_ops().stat(fd, std::string(), st, true) != 0 ||
       !S_ISDIR(st.st_mode) || st.st_uid != geteuid() || !stillNamed()) {
     close();
     return false;
   }
+  keep_open_in_commands(fd);
   return true;
 }
 
@@ -169,6 +178,9 @@ bool BackupDir::isMarkedKept() const {
 }
 
 void BackupDir::close() {
-  if (m_fd >= 0) file_ops().close(m_fd);  // closing drops the lock
+  if (m_fd >= 0) {
+    stop_keeping_open_in_commands(m_fd);
+    file_ops().close(m_fd);  // closing drops the lock
+  }
   m_fd = -1;
 }

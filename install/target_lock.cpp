@@ -69,17 +69,17 @@ unsigned TargetLock::acquire(const std::string& target, int& sysError) {
   sysError = 0;
   const std::string name = lock_name(target);
   std::string dirPath;
-  int busy = 0;
   for (int attempt = 0; attempt < 100; ++attempt) {
     const int dirFd = open_lock_folder(dirPath, sysError);
     if (dirFd < 0) return ERROR_CANTWRITE;
     int fd = -1;
     int error = file_ops().open(dirFd, name, O_RDWR | O_CREAT | O_NOFOLLOW, 0600, fd);
-    if (!error) error = file_ops().lock(fd, LOCK_EX);
+    if (!error) error = lock_briefly(fd);
     struct stat64 held, named;
     if (!error && file_ops().stat(fd, std::string(), held, true) == 0 &&
         file_ops().stat(dirFd, name, named, false) == 0 && held.st_ino == named.st_ino &&
         held.st_dev == named.st_dev) {
+      keep_open_in_commands(fd);
       m_dirFd = dirFd;
       m_fd = fd;
       m_dirPath = dirPath;
@@ -90,12 +90,6 @@ unsigned TargetLock::acquire(const std::string& target, int& sysError) {
     // folder may be another run's by now.
     if (fd >= 0) file_ops().close(fd);
     file_ops().close(dirFd);
-    // A start that clears stale lock files holds each for a moment only; a
-    // run holds its lock for the whole run.
-    if (error == EWOULDBLOCK && ++busy <= 3) {
-      usleep(5000);
-      continue;
-    }
     if (error == EWOULDBLOCK) return kTargetBusy;
     // ENOENT: the folder went meanwhile. No error: the file was removed by
     // the run that held it. Either way the name's new file is tried.
@@ -112,6 +106,7 @@ void TargetLock::release() {
   if (m_fd >= 0) {
     // Removed while still held, so that nobody locks a file that is going.
     file_ops().unlink(m_dirFd, m_name, false);
+    stop_keeping_open_in_commands(m_fd);
     file_ops().close(m_fd);
   }
   if (m_dirFd >= 0) {

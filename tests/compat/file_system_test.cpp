@@ -1,7 +1,10 @@
 #include "compat/file_system.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
+#include "compat/file_ops.h"
 #include "compat/text.h"
 #include "support/test_support.h"
 
@@ -79,3 +82,19 @@ TEST(FileSystemTest, ReadWriteAndSeek) {
 }
 
 }  // namespace
+
+// A lock kept open in commands stays held while a command (here one left in
+// the background) still runs, after the program's own descriptor is closed.
+TEST(FileSystemTest, CommandsKeepALockOpenWhenAsked) {
+  TempDir dir;
+  int fd = -1, status = 0;
+  ASSERT_EQ(file_ops().open(AT_FDCWD, dir / "run.lock", O_RDWR | O_CREAT, 0600, fd), 0);
+  ASSERT_EQ(file_ops().lock(fd, LOCK_EX), 0);
+  keep_open_in_commands(fd);
+  ASSERT_EQ(file_ops().run("sleep 2 >/dev/null 2>&1 &", status), 0);
+  stop_keeping_open_in_commands(fd);
+  file_ops().close(fd);
+  ASSERT_EQ(file_ops().open(AT_FDCWD, dir / "run.lock", O_RDWR, 0, fd), 0);
+  EXPECT_EQ(file_ops().lock(fd, LOCK_EX), EWOULDBLOCK);
+  file_ops().close(fd);
+}
