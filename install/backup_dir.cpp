@@ -54,7 +54,7 @@ int lock_briefly(int fd) {
   for (int tries = 1;; ++tries) {
     const int error = file_ops().lock(fd, LOCK_EX);
     if (error != EWOULDBLOCK || tries == 10) return error;
-    usleep(10000);
+    usleep(5000);
   }
 }
 
@@ -98,7 +98,7 @@ unsigned BackupDir::make() {
   return ERROR_CANTWRITE;
 }
 
-bool BackupDir::take(const std::string& path) {
+bool BackupDir::take(const std::string& path, bool* held) {
   close();
   int fd = -1;
   if (file_ops().open(AT_FDCWD, without_slash(path), O_RDONLY | O_DIRECTORY | O_NOFOLLOW, 0, fd) !=
@@ -107,8 +107,10 @@ bool BackupDir::take(const std::string& path) {
   struct stat64 st;
   m_fd = fd;
   m_path = path;
-  if (lock_briefly(fd) != 0 || file_ops().stat(fd, std::string(), st, true) != 0 ||
-      !S_ISDIR(st.st_mode) || st.st_uid != geteuid() || !stillNamed()) {
+  const int locked = file_ops().lock(fd, LOCK_EX);
+  if (locked != 0 || file_ops().stat(fd, std::string(), st, true) != 0 || !S_ISDIR(st.st_mode) ||
+      st.st_uid != geteuid() || !stillNamed()) {
+    if (held) *held = locked == EWOULDBLOCK;
     close();
     return false;
   }

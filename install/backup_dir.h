@@ -20,7 +20,7 @@ Status check_temp_directory();
 // Whether `name` is a backup directory's name: "zqstp" and digits.
 bool is_backup_name(const std::string& name);
 
-// Takes the exclusive flock on `fd`, trying again for up to 0.1 s while it is
+// Takes the exclusive flock on `fd`, trying again for up to 50 ms while it is
 // held: a start that clears stale lock files holds each for a moment, and a
 // command of a killed run, which keeps its run's locks, ends within moments.
 // A live run holds its locks far longer. 0, EWOULDBLOCK, or another errno.
@@ -43,8 +43,9 @@ class BackupDir {
   // set to mode 0700. 0 or the code of the failed creation.
   unsigned make();
   // Takes an existing backup directory for recovery: this user's, not a
-  // link, locked by no live run. False when it is not to be touched.
-  bool take(const std::string& path);
+  // link, locked by no live run. False when it is not to be touched;
+  // `held` then tells whether a run (or a command of one) holds its lock.
+  bool take(const std::string& path, bool* held = nullptr);
 
   bool isOpen() const { return m_fd >= 0; }
   int fd() const { return m_fd; }

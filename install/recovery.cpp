@@ -14,6 +14,9 @@
 
 namespace {
 
+// How long a start waits, once, for folders whose lock is held.
+constexpr unsigned kHeldFolderPauseMs = 30;
+
 // The journal's bytes, read through the backup directory without following
 // a link; none when there is no journal of this user. False when a read
 // failed part-way: what was read is then not the whole journal.
@@ -88,6 +91,31 @@ bool recover_one(BackupDir& backup, const PlayBackControl& control, RecoveryRepo
   return true;
 }
 
+// Recovers the runs of the named backup folders in `base`; the names whose
+// lock is held go to `held`. False when a stop was asked for.
+bool recover_named(const std::string& base, const std::vector<std::string>& names,
+                   const PlayBackControl& control, RecoveryReport& report,
+                   std::vector<std::string>* held) {
+  for (const std::string& name : names) {
+    if (control.stop && control.stop->load()) {
+      report.stopped = true;
+      return false;
+    }
+    BackupDir backup;
+    bool busy = false;
+    // A link, a file, another user's folder or a live run's: never entered.
+    if (!backup.take(base + name + "/", &busy)) {
+      if (busy && held) held->push_back(name);
+      continue;
+    }
+    if (!recover_one(backup, control, report)) {
+      report.stopped = true;
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 RecoveryReport recover_interrupted_runs(const PlayBackControl& control) {
@@ -103,18 +131,12 @@ RecoveryReport recover_interrupted_runs(const PlayBackControl& control) {
               names.end());
   std::sort(names.begin(), names.end());
 
-  for (const std::string& name : names) {
-    if (control.stop && control.stop->load()) {
-      report.stopped = true;
-      break;
-    }
-    BackupDir backup;
-    // A link, a file, another user's folder or a live run's: never entered.
-    if (!backup.take(base + name + "/")) continue;
-    if (!recover_one(backup, control, report)) {
-      report.stopped = true;
-      break;
-    }
+  std::vector<std::string> held;
+  if (recover_named(base, names, control, report, &held) && !held.empty()) {
+    // A command that outlived its killed run holds the run's lock until it
+    // ends: folders found held are looked at once more after a moment.
+    usleep(kHeldFolderPauseMs * 1000);
+    recover_named(base, held, control, report, nullptr);
   }
   remove_stale_target_locks();
   return report;
