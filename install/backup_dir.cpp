@@ -50,14 +50,6 @@ Status check_temp_directory() {
   return Status();
 }
 
-int lock_briefly(int fd) {
-  for (int tries = 1;; ++tries) {
-    const int error = file_ops().lock(fd, LOCK_EX);
-    if (error != EWOULDBLOCK || tries == 10) return error;
-    usleep(5000);
-  }
-}
-
 bool is_backup_name(const std::string& name) {
   const size_t n = sizeof kPrefix - 1;
   if (name.size() <= n || name.compare(0, n, kPrefix) != 0) return false;

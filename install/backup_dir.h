@@ -20,12 +20,6 @@ Status check_temp_directory();
 // Whether `name` is a backup directory's name: "zqstp" and digits.
 bool is_backup_name(const std::string& name);
 
-// Takes the exclusive flock on `fd`, trying again for up to 50 ms while it is
-// held: a start that clears stale lock files holds each for a moment, and a
-// command of a killed run, which keeps its run's locks, ends within moments.
-// A live run holds its locks far longer. 0, EWOULDBLOCK, or another errno.
-int lock_briefly(int fd);
-
 // A new backup directory of this run, open and locked for as long as the
 // object lives.
 class BackupDir {

@@ -62,6 +62,18 @@ int open_lock_folder(std::string& path, int& error, bool make = true) {
   return -1;
 }
 
+// Takes the exclusive flock on `fd`. A start that clears stale lock files
+// holds each for a few microseconds, so a lock found held is tried again
+// for about a millisecond; a run holds its lock far longer, and a second
+// run into its target is still refused at once. 0, EWOULDBLOCK or an errno.
+int lock_unless_held(int fd) {
+  for (int tries = 1;; ++tries) {
+    const int error = file_ops().lock(fd, LOCK_EX);
+    if (error != EWOULDBLOCK || tries == 5) return error;
+    usleep(250);
+  }
+}
+
 }  // namespace
 
 unsigned TargetLock::acquire(const std::string& target, int& sysError) {
@@ -74,7 +86,7 @@ unsigned TargetLock::acquire(const std::string& target, int& sysError) {
     if (dirFd < 0) return ERROR_CANTWRITE;
     int fd = -1;
     int error = file_ops().open(dirFd, name, O_RDWR | O_CREAT | O_NOFOLLOW, 0600, fd);
-    if (!error) error = lock_briefly(fd);
+    if (!error) error = lock_unless_held(fd);
     struct stat64 held, named;
     if (!error && file_ops().stat(fd, std::string(), held, true) == 0 &&
         file_ops().stat(dirFd, name, named, false) == 0 && held.st_ino == named.st_ino &&
